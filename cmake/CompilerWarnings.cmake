@@ -1,0 +1,8 @@
+# Warnings for every target of the project; MENDWISE_WERROR (on in CI) makes them errors.
+function(mendwise_set_warnings target)
+    target_compile_options(${target} INTERFACE -Wall -Wextra -Wpedantic -Wshadow=local
+                                               -Wnon-virtual-dtor -Woverloaded-virtual)
+    if(MENDWISE_WERROR)
+        target_compile_options(${target} INTERFACE -Werror)
+    endif()
+endfunction()

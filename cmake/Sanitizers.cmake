@@ -1,0 +1,16 @@
+# MENDWISE_SANITIZE_ADDRESS: AddressSanitizer + UndefinedBehaviorSanitizer.
+# MENDWISE_SANITIZE_THREAD: ThreadSanitizer. The two cannot be combined.
+function(mendwise_set_sanitizers target)
+    if(MENDWISE_SANITIZE_ADDRESS AND MENDWISE_SANITIZE_THREAD)
+        message(FATAL_ERROR "MENDWISE_SANITIZE_ADDRESS and MENDWISE_SANITIZE_THREAD are exclusive")
+    endif()
+    if(MENDWISE_SANITIZE_ADDRESS)
+        set(flags -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+    elseif(MENDWISE_SANITIZE_THREAD)
+        set(flags -fsanitize=thread -fno-omit-frame-pointer)
+    else()
+        return()
+    endif()
+    target_compile_options(${target} INTERFACE ${flags})
+    target_link_options(${target} INTERFACE ${flags})
+endfunction()

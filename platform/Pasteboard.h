@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <cstdint>
+#include <optional>
+
+// The pasteboard port: the system-wide clipboard shared with every application. Text
+// exchange reads and writes only its plain-text flavour; other flavours (rich text, images)
+// exist on it and are lost when it is cleared. Callable from any thread.
+namespace platform {
+
+inline constexpr auto plainTextType = "text/plain";
+
+class PasteboardPort {
+public:
+    virtual ~PasteboardPort() = default;
+
+    // The plain text on the pasteboard, or none.
+    virtual std::optional<QString> string() = 0;
+    // Removes everything (every flavour) from the pasteboard.
+    virtual void clearContents() = 0;
+    // Puts one plain text on the pasteboard, beside whatever else it holds.
+    virtual bool setString(const QString& text) = 0;
+    // A counter that grows whenever the pasteboard's owner or contents change.
+    virtual std::int64_t changeCount() = 0;
+    // The flavours (MIME types) currently on the pasteboard.
+    virtual QStringList types() = 0;
+};
+
+} // namespace platform

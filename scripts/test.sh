@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds with warnings as errors, and runs every test.
+# Usage: test.sh [--asan] [--tsan] [ctest args...]
+#   --asan / --tsan also build and run the tests under AddressSanitizer+UBSan / ThreadSanitizer.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+"$root/scripts/setup.sh"
+
+variants=(plain)
+ctest_args=()
+for arg in "$@"; do
+    case "$arg" in
+        --asan) variants+=(asan) ;;
+        --tsan) variants+=(tsan) ;;
+        *) ctest_args+=("$arg") ;;
+    esac
+done
+
+for v in "${variants[@]}"; do
+    case "$v" in
+        plain) dir="$root/build"; flags=() ;;
+        asan) dir="$root/build-asan"; flags=(-DMENDWISE_SANITIZE_ADDRESS=ON -DMENDWISE_BUILD_BENCH=OFF) ;;
+        tsan) dir="$root/build-tsan"; flags=(-DMENDWISE_SANITIZE_THREAD=ON -DMENDWISE_BUILD_BENCH=OFF) ;;
+    esac
+    echo "== $v build"
+    "$root/scripts/build.sh" "$dir" -DMENDWISE_WERROR=ON "${flags[@]}"
+    echo "== $v tests"
+    export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=0:abort_on_error=1}
+    export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+    export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1:suppressions=$root/tests/tsan.supp}
+    ctest --test-dir "$dir" --output-on-failure "${ctest_args[@]}"
+done

@@ -1,0 +1,48 @@
+#include "tests/common/TestUtil.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QThread>
+
+#include <cstdlib>
+
+namespace testutil {
+
+bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.elapsed() >= timeout.count())
+            return condition();
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        QThread::msleep(1);
+    }
+    return true;
+}
+
+void processEventsFor(std::chrono::milliseconds duration) {
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < duration.count()) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        QThread::msleep(1);
+    }
+}
+
+ScopedEnv::ScopedEnv(const char* name, const std::optional<QString>& value) : name_(name) {
+    if (const char* old = std::getenv(name))
+        previous_ = QByteArray(old);
+    if (value)
+        qputenv(name, value->toUtf8());
+    else
+        qunsetenv(name);
+}
+
+ScopedEnv::~ScopedEnv() {
+    if (previous_)
+        qputenv(name_.constData(), *previous_);
+    else
+        qunsetenv(name_.constData());
+}
+
+} // namespace testutil

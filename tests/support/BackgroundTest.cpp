@@ -1,0 +1,88 @@
+#include "support/Background.h"
+#include "support/Error.h"
+#include "tests/common/TestUtil.h"
+
+#include <QThread>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+
+using namespace std::chrono_literals;
+using namespace support;
+
+TEST(Background, ResultArrivesOnTheMainThread) {
+    QObject context;
+    std::optional<Outcome<int>> result;
+    bool onMain = false;
+    std::atomic<bool> ranInBackground{false};
+    runInBackground<int>(
+        &context,
+        [&](std::stop_token) {
+            ranInBackground = !isMainThread();
+            return 42;
+        },
+        [&](Outcome<int> outcome) {
+            onMain = isMainThread();
+            result = std::move(outcome);
+        });
+    ASSERT_TRUE(testutil::waitUntil([&] { return result.has_value(); }));
+    EXPECT_TRUE(ranInBackground);
+    EXPECT_TRUE(onMain);
+    EXPECT_TRUE(result->ok());
+    EXPECT_EQ(result->value, 42);
+}
+
+TEST(Background, ExceptionsBecomeTheOutcomesError) {
+    QObject context;
+    std::optional<Outcome<void>> result;
+    runInBackground<void>(
+        &context, [](std::stop_token) { throw std::runtime_error("boom"); },
+        [&](Outcome<void> outcome) { result = std::move(outcome); });
+    ASSERT_TRUE(testutil::waitUntil([&] { return result.has_value(); }));
+    EXPECT_FALSE(result->ok());
+    EXPECT_EQ(describeError(result->error), QStringLiteral("boom"));
+}
+
+TEST(Background, CancellationEndsAWaitAtOnce) {
+    QObject context;
+    std::optional<Outcome<void>> result;
+    const auto started = std::chrono::steady_clock::now();
+    TaskHandle handle = runInBackground<void>(
+        &context, [](std::stop_token stop) { sleepFor(stop, 10s); },
+        [&](Outcome<void> outcome) { result = std::move(outcome); });
+    QThread::msleep(20);
+    handle.cancel();
+    ASSERT_TRUE(testutil::waitUntil([&] { return result.has_value(); }));
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 5s);
+    ASSERT_FALSE(result->ok());
+    EXPECT_THROW(std::rethrow_exception(result->error), CancellationError);
+}
+
+TEST(Background, UncancelledWaitLastsItsDuration) {
+    std::stop_source source;
+    const auto started = std::chrono::steady_clock::now();
+    sleepFor(source.get_token(), 30ms);
+    EXPECT_GE(std::chrono::steady_clock::now() - started, 30ms);
+    source.request_stop();
+    EXPECT_THROW(sleepFor(source.get_token(), 10s), CancellationError);
+}
+
+TEST(Background, OutcomeIsDroppedWhenTheContextIsGone) {
+    bool delivered = false;
+    std::atomic<bool> finished{false};
+    {
+        QObject context;
+        runInBackground<void>(
+            &context,
+            [&](std::stop_token stop) {
+                sleepFor(stop, 50ms);
+                finished = true;
+            },
+            [&](Outcome<void>) { delivered = true; });
+    }
+    ASSERT_TRUE(testutil::waitUntil([&] { return finished.load(); }));
+    testutil::processEventsFor(50ms);
+    EXPECT_FALSE(delivered);
+}

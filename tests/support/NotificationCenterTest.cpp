@@ -1,0 +1,67 @@
+#include "support/NotificationCenter.h"
+#include "tests/common/TestUtil.h"
+
+#include <gtest/gtest.h>
+
+using namespace support;
+
+TEST(NotificationCenter, DeliversByNameWithUserInfo) {
+    NotificationCenter center;
+    QStringList seen;
+    QVariantMap lastInfo;
+    auto a = center.addObserver(QStringLiteral("a"), [&](const Notification& n) {
+        seen << QStringLiteral("a:") + n.name;
+        lastInfo = n.userInfo;
+    });
+    auto all = center.addObserver(QString(), [&](const Notification& n) { seen << QStringLiteral("*:") + n.name; });
+
+    center.post(QStringLiteral("a"), {{QStringLiteral("isActive"), true}});
+    center.post(QStringLiteral("b"));
+
+    EXPECT_EQ(seen, (QStringList{QStringLiteral("a:a"), QStringLiteral("*:a"), QStringLiteral("*:b")}));
+    EXPECT_EQ(lastInfo.value(QStringLiteral("isActive")), QVariant(true));
+}
+
+TEST(NotificationCenter, ObservationEndsWithItsOwner) {
+    NotificationCenter center;
+    int calls = 0;
+    {
+        auto observation = center.addObserver(QStringLiteral("x"), [&](const Notification&) { ++calls; });
+        center.post(QStringLiteral("x"));
+        Observation moved = std::move(observation);
+        EXPECT_FALSE(observation.isActive());
+        center.post(QStringLiteral("x"));
+    }
+    center.post(QStringLiteral("x"));
+    EXPECT_EQ(calls, 2);
+}
+
+TEST(NotificationCenter, ObserverMayRemoveItselfAndOthersDuringDelivery) {
+    NotificationCenter center;
+    int first = 0;
+    int second = 0;
+    Observation secondObservation;
+    Observation firstObservation = center.addObserver(QStringLiteral("x"), [&](const Notification&) {
+        ++first;
+        firstObservation.reset();
+        secondObservation.reset(); // the second must not run after its removal
+    });
+    secondObservation = center.addObserver(QStringLiteral("x"), [&](const Notification&) { ++second; });
+
+    center.post(QStringLiteral("x"));
+    center.post(QStringLiteral("x"));
+    EXPECT_EQ(first, 1);
+    EXPECT_EQ(second, 0);
+}
+
+TEST(NotificationCenter, ObserverMayPostFromItsCallback) {
+    NotificationCenter center;
+    QStringList order;
+    auto outer = center.addObserver(QStringLiteral("outer"), [&](const Notification&) {
+        order << QStringLiteral("outer");
+        center.post(QStringLiteral("inner"));
+    });
+    auto inner = center.addObserver(QStringLiteral("inner"), [&](const Notification&) { order << QStringLiteral("inner"); });
+    center.post(QStringLiteral("outer"));
+    EXPECT_EQ(order, (QStringList{QStringLiteral("outer"), QStringLiteral("inner")}));
+}
