@@ -6,13 +6,22 @@
 # MENDWISE_SCREEN overrides the screen geometry, e.g. 1280x800x24.
 set -euo pipefail
 
-if [ -z "${MENDWISE_DESKTOP_SESSION_DBUS:-}" ]; then
-    export MENDWISE_DESKTOP_SESSION_DBUS=1
+# Phase one: fresh XDG directories, then a session bus that inherits them (the accessibility
+# bus it starts keeps its socket under XDG_RUNTIME_DIR).
+if [ -z "${MENDWISE_DESKTOP_SCRATCH:-}" ]; then
+    scratch=$(mktemp -d /tmp/mendwise-desktop.XXXXXX)
+    for d in config data cache state runtime; do mkdir -p "$scratch/$d"; done
+    chmod 700 "$scratch/runtime"
+    export MENDWISE_DESKTOP_SCRATCH="$scratch" HOME="$scratch" \
+           XDG_CONFIG_HOME="$scratch/config" XDG_DATA_HOME="$scratch/data" \
+           XDG_CACHE_HOME="$scratch/cache" XDG_STATE_HOME="$scratch/state" \
+           XDG_RUNTIME_DIR="$scratch/runtime" GSETTINGS_BACKEND=memory NO_AT_BRIDGE=0
     exec dbus-run-session -- "$0" "$@"
 fi
 
+# Phase two, inside the session bus: the X server, the accessibility bus, the window manager.
+scratch=$MENDWISE_DESKTOP_SCRATCH
 pids=()
-scratch=$(mktemp -d /tmp/mendwise-desktop.XXXXXX)
 cleanup() {
     local pid
     for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
@@ -22,23 +31,13 @@ cleanup() {
 trap cleanup EXIT
 trap 'exit 130' INT TERM
 
-# Fresh XDG directories for this session.
-for d in config data cache state runtime; do mkdir -p "$scratch/$d"; done
-chmod 700 "$scratch/runtime"
-export HOME="$scratch" XDG_CONFIG_HOME="$scratch/config" XDG_DATA_HOME="$scratch/data" \
-       XDG_CACHE_HOME="$scratch/cache" XDG_STATE_HOME="$scratch/state" \
-       XDG_RUNTIME_DIR="$scratch/runtime"
-export GSETTINGS_BACKEND=memory NO_AT_BRIDGE=0
-
-# A free display number: the lowest without a lock file from 90 up.
-display=90
-while [ -e "/tmp/.X${display}-lock" ] || [ -e "/tmp/.X11-unix/X${display}" ]; do
-    display=$((display + 1))
-done
-Xvfb ":$display" -screen 0 "${MENDWISE_SCREEN:-1440x900x24}" -nolisten tcp -noreset \
-    >"$scratch/xvfb.log" 2>&1 &
+# Xvfb picks a free display itself and reports its number, so parallel sessions never collide.
+Xvfb -displayfd 3 -screen 0 "${MENDWISE_SCREEN:-1440x900x24}" -nolisten tcp -noreset \
+    3>"$scratch/display" >"$scratch/xvfb.log" 2>&1 &
 pids+=($!)
-export DISPLAY=":$display"
+for _ in $(seq 200); do [ -s "$scratch/display" ] && break; sleep 0.05; done
+[ -s "$scratch/display" ] || { echo "desktop-session: Xvfb did not start" >&2; cat "$scratch/xvfb.log" >&2; exit 1; }
+export DISPLAY=":$(head -n1 "$scratch/display")"
 
 wait_for() { # wait_for SECONDS COMMAND...: poll until the command succeeds
     local deadline=$((SECONDS + $1)); shift
