@@ -1,0 +1,128 @@
+// Renders the interface to PNG files for the documentation: the action picker in each of its
+// phases, the settings tabs and the popover, at twice the density, over a stand-in for the
+// application beneath.
+// Usage: ui_screenshots OUTPUT_DIR
+#include "ui/ActionPickerView.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QLineEdit>
+#include <QPainter>
+#include <QThread>
+#include <cstdio>
+#include <functional>
+#include <stdexcept>
+
+namespace {
+
+void settle(int ms) {
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < ms) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+        QThread::msleep(2);
+    }
+}
+
+// A stand-in for the application beneath the panel: a page with a few lines of text, the
+// first one selected.
+class Backdrop : public QWidget {
+public:
+    explicit Backdrop(QSize size) {
+        setWindowFlag(Qt::FramelessWindowHint);
+        resize(size);
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        p.fillRect(rect(), QColor(0xF4, 0xF4, 0xF6));
+        p.setPen(Qt::NoPen);
+        for (int i = 0; i < 9; ++i) {
+            const qreal y = 14 + i * 17;
+            const qreal w = width() - 40 - (i * 37 % 90);
+            p.setBrush(i == 0 ? QColor(0xB9, 0xD4, 0xFB) : QColor(0xDD, 0xDE, 0xE3));
+            p.drawRoundedRect(QRectF(20, y, w, 7), 3.5, 3.5);
+        }
+    }
+};
+
+bool save(QWidget* window, const QString& path) {
+    QImage image(window->size() * 2, QImage::Format_ARGB32_Premultiplied);
+    image.setDevicePixelRatio(2);
+    image.fill(Qt::transparent);
+    window->render(&image);
+    if (!image.save(path)) {
+        std::fprintf(stderr, "cannot write %s\n", qPrintable(path));
+        return false;
+    }
+    std::printf("%s\n", qPrintable(path));
+    return true;
+}
+
+struct Failure : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+using Prepare = std::function<void(ui::ActionPickerView&)>;
+
+bool shootPicker(const QString& path, const ui::ActionPickerView::FixTyposAction& fix,
+                 const Prepare& prepare) {
+    Backdrop backdrop(QSize(240, 140));
+    auto* picker = new ui::ActionPickerView(
+        fix, [](const QString&, auto) {}, [] {}, &backdrop);
+    picker->setGeometry(backdrop.rect());
+    backdrop.show();
+    prepare(*picker);
+    settle(900);
+    return save(&backdrop, path);
+}
+
+bool shootPickers(const QString& dir) {
+    const auto name = [&dir](const char* phase) -> QString {
+        return dir + QStringLiteral("/picker-") + QLatin1String(phase) + QStringLiteral(".png");
+    };
+    const auto never = [](const ui::ActionPickerView::Completion&) {};
+    bool ok = true;
+    ok &= shootPicker(name("fix"), never, [](ui::ActionPickerView&) {});
+    ok &= shootPicker(name("custom-selected"), never,
+                      [](ui::ActionPickerView& p) { p.handleKey(124); });
+    ok &= shootPicker(name("instruction"), never, [](ui::ActionPickerView& p) {
+        p.handleKey(124);
+        p.handleKey(36);
+    });
+    ok &= shootPicker(name("instruction-typed"), never, [](ui::ActionPickerView& p) {
+        p.handleKey(124);
+        p.handleKey(36);
+        p.instructionField()->setText(QStringLiteral("make it friendlier"));
+    });
+    ok &= shootPicker(name("loading"), never, [](ui::ActionPickerView& p) {
+        p.handleKey(36);
+        settle(350); // mid-turn
+    });
+    ok &= shootPicker(
+        name("success"), [](const auto& done) { done(nullptr); },
+        [](ui::ActionPickerView& p) { p.handleKey(36); });
+    ok &= shootPicker(
+        name("failure"),
+        [](const auto& done) { done(std::make_exception_ptr(Failure("No text selected"))); },
+        [](ui::ActionPickerView& p) { p.handleKey(36); });
+    return ok;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: %s OUTPUT_DIR\n", argv[0]);
+        return 2;
+    }
+    const QString dir = QString::fromLocal8Bit(argv[1]);
+    QDir().mkpath(dir);
+    const bool ok = shootPickers(dir);
+    return ok ? 0 : 1;
+}

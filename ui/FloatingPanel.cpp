@@ -1,0 +1,171 @@
+#include "ui/FloatingPanel.h"
+
+#include "ui/KeyHandler.h"
+#include "ui/NativeWindow.h"
+#include "ui/ScreenGeometry.h"
+
+#include <QEasingCurve>
+#include <QGuiApplication>
+#include <QPropertyAnimation>
+#include <QTimer>
+#include <QWindow>
+
+namespace ui {
+
+namespace {
+
+// The standard ease-in and ease-out timing curves (cubic Béziers).
+QEasingCurve easeOut() {
+    QEasingCurve curve(QEasingCurve::BezierSpline);
+    curve.addCubicBezierSegment(QPointF(0.0, 0.0), QPointF(0.58, 1.0), QPointF(1.0, 1.0));
+    return curve;
+}
+
+QEasingCurve easeIn() {
+    QEasingCurve curve(QEasingCurve::BezierSpline);
+    curve.addCubicBezierSegment(QPointF(0.42, 0.0), QPointF(1.0, 1.0), QPointF(1.0, 1.0));
+    return curve;
+}
+
+// The hot key's own grab may still be active for a moment after the trigger fires; until it
+// ends our grab is refused, so it is retried briefly.
+constexpr int grabRetryIntervalMs = 15;
+constexpr int grabAttemptsMax = 40;
+
+} // namespace
+
+FloatingPanel::FloatingPanel()
+    : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
+                           Qt::NoDropShadowWindowHint),
+      fadeIn_(new QPropertyAnimation(this, "windowOpacity", this)),
+      fadeOut_(new QPropertyAnimation(this, "windowOpacity", this)), grabRetry_(new QTimer(this)) {
+    setAttribute(Qt::WA_TranslucentBackground);
+    setAttribute(Qt::WA_ShowWithoutActivating);
+    setAttribute(Qt::WA_X11NetWmWindowTypeUtility);
+    setAttribute(Qt::WA_DeleteOnClose, false);
+    setAutoFillBackground(false);
+    setWindowTitle(QStringLiteral("Mendwise"));
+    setGeometry(0, 0, 0, 0);
+
+    fadeIn_->setDuration(showDurationMs);
+    fadeIn_->setEasingCurve(easeOut());
+    fadeIn_->setEndValue(1.0);
+    fadeOut_->setDuration(hideDurationMs);
+    fadeOut_->setEasingCurve(easeIn());
+    fadeOut_->setEndValue(0.0);
+    connect(fadeOut_, &QPropertyAnimation::finished, this, &FloatingPanel::finishHide);
+
+    grabRetry_->setInterval(grabRetryIntervalMs);
+    connect(grabRetry_, &QTimer::timeout, this, &FloatingPanel::tryGrabKeyboard);
+}
+
+FloatingPanel::~FloatingPanel() {
+    releaseKeyboard();
+}
+
+void FloatingPanel::setContentView(QWidget* view) {
+    if (view == content_)
+        return;
+    if (QWidget* old = content_) {
+        // Hidden first, so the old content's reaction to going away happens before the new
+        // content appears.
+        old->hide();
+        delete old;
+    }
+    content_ = view;
+    if (!view)
+        return;
+    view->setParent(this);
+    view->setGeometry(rect());
+    if (isVisible())
+        view->show();
+}
+
+void FloatingPanel::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    if (content_)
+        content_->setGeometry(rect());
+}
+
+void FloatingPanel::show(const platform::Rect& frame) {
+    cancelHide();
+    fadeIn_->stop();
+
+    setGeometry(qtRectFromGlobal(frame));
+    setWindowOpacity(0.0);
+    if (!isVisible())
+        native::keepOnAllDesktops(this);
+    QWidget::show();
+    raise();
+    // When one of our own windows is active (the settings window), this application is the
+    // one in front anyway; the panel then takes the focus from it, so keys go to the panel.
+    if (QWindow* focus = QGuiApplication::focusWindow(); focus && focus != windowHandle())
+        activateWindow();
+
+    grabAttempts_ = 0;
+    tryGrabKeyboard();
+
+    fadeIn_->setStartValue(0.0);
+    fadeIn_->start();
+}
+
+void FloatingPanel::hide(std::function<void()> completion) {
+    KeyHandler::shared().reset();
+    releaseKeyboard();
+    pendingCompletions_.push_back(std::move(completion));
+
+    fadeIn_->stop();
+    fadeOut_->stop();
+    fadeOut_->setStartValue(windowOpacity());
+    fadeOut_->start();
+}
+
+void FloatingPanel::finishHide() {
+    QWidget::hide();
+    setWindowOpacity(1.0);
+    // Taken out first: a completion may show or hide the panel again.
+    auto completions = std::move(pendingCompletions_);
+    pendingCompletions_.clear();
+    for (auto& completion : completions) {
+        if (completion)
+            completion();
+    }
+}
+
+void FloatingPanel::cancelHide() {
+    if (fadeOut_->state() != QAbstractAnimation::Running)
+        return;
+    fadeOut_->stop();
+    auto completions = std::move(pendingCompletions_);
+    pendingCompletions_.clear();
+    for (auto& completion : completions) {
+        if (completion)
+            completion();
+    }
+}
+
+void FloatingPanel::tryGrabKeyboard() {
+    grabRetry_->stop();
+    QWindow* window = windowHandle();
+    if (!window || !isVisible() || keyboardGrabbed_)
+        return;
+    ++grabAttempts_;
+    if (window->setKeyboardGrabEnabled(true)) {
+        keyboardGrabbed_ = true;
+        return;
+    }
+    // Only X11 refuses a grab for a moment and then grants it; elsewhere one attempt tells.
+    if (QGuiApplication::platformName() == QLatin1String("xcb") && grabAttempts_ < grabAttemptsMax)
+        grabRetry_->start();
+}
+
+void FloatingPanel::releaseKeyboard() {
+    grabRetry_->stop();
+    if (!keyboardGrabbed_)
+        return;
+    keyboardGrabbed_ = false;
+    if (QWindow* window = windowHandle())
+        window->setKeyboardGrabEnabled(false);
+}
+
+} // namespace ui

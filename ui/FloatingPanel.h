@@ -1,0 +1,75 @@
+#pragma once
+
+#include "platform/Geometry.h"
+
+#include <QPointer>
+#include <QWidget>
+#include <functional>
+#include <vector>
+
+class QPropertyAnimation;
+class QTimer;
+
+namespace ui {
+
+// The small borderless panel that shows the action picker next to the user's selection.
+//
+// It floats above ordinary windows on every desktop, has no frame, no shadow and a clear
+// background, and is shown without activating this application: the application the user was
+// working in stays in front (and later receives the synthetic copy and paste). While it is
+// shown it holds the keyboard, so the key presses made meanwhile come to it; KeyHandler routes
+// them to the content.
+//
+// One panel is made at launch and reused: each trigger puts new content in and shows it; the
+// content's dismissal hides it. Between triggers it is off screen at opacity 1. Main thread
+// only.
+class FloatingPanel : public QWidget {
+    Q_OBJECT
+public:
+    static constexpr int showDurationMs = 200;
+    static constexpr int hideDurationMs = 150;
+
+    FloatingPanel();
+    ~FloatingPanel() override;
+
+    // Makes `view` the panel's content, filling it; the panel takes ownership and deletes the
+    // content it replaces.
+    void setContentView(QWidget* view);
+    [[nodiscard]] QWidget* contentView() const { return content_; }
+
+    // Puts the panel at `frame` (global coordinates: origin bottom-left of the primary screen,
+    // y up; already clamped to a screen), transparent, in front without activating this
+    // application, takes the keyboard and fades in over 0.2 s (ease-out). Returns at once.
+    //
+    // A show that comes while an earlier hide is still fading cancels that fade: the panel stays
+    // on screen with its new content, and the cancelled hide's completion runs at once.
+    void show(const platform::Rect& frame);
+
+    // Stops routing keys to the content and lets go of the keyboard at once, then fades out over
+    // 0.15 s (ease-in), takes the panel off screen, sets its opacity back to 1 and calls
+    // `completion` (exactly once). Returns at once.
+    void hide(std::function<void()> completion);
+
+    // Whether the panel currently holds the keyboard (always false where the window system
+    // offers no grab, for example offscreen).
+    [[nodiscard]] bool hasKeyboardGrab() const { return keyboardGrabbed_; }
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    void tryGrabKeyboard();
+    void releaseKeyboard();
+    void finishHide();
+    void cancelHide();
+
+    QPointer<QWidget> content_;
+    QPropertyAnimation* fadeIn_;
+    QPropertyAnimation* fadeOut_;
+    QTimer* grabRetry_;
+    int grabAttempts_ = 0;
+    bool keyboardGrabbed_ = false;
+    std::vector<std::function<void()>> pendingCompletions_;
+};
+
+} // namespace ui
