@@ -26,7 +26,10 @@ void AnimatedValue::animateTo(double target, const QEasingCurve& curve, int dura
     target_ = target;
     animation_->stop();
     if (durationMs <= 0 || value_ == target) {
-        apply(target);
+        value_ = target;
+        // Told even when the number stays: the target (which owners read) has changed.
+        if (changed_)
+            changed_();
         return;
     }
     animation_->setStartValue(value_);

@@ -31,10 +31,12 @@ inline double springStep(const Spring& spring, double t) {
                      (std::cos(damped * t) + (zeta * omega / damped) * std::sin(damped * t));
 }
 
-// Seconds until the envelope of the motion is below 0.1 % of the distance.
+// Seconds until the envelope of the motion is below 0.1 % of the distance (an underdamped
+// spring's envelope starts at 1 / sqrt(1 - zeta^2), not at 1).
 inline double springSettlingTime(const Spring& spring) {
     const double omega = 2.0 * M_PI / spring.response;
-    return std::log(1000.0) / (std::min(spring.dampingFraction, 1.0) * omega);
+    const double zeta = std::min(spring.dampingFraction, 0.999);
+    return std::log(1000.0 / std::sqrt(1.0 - zeta * zeta)) / (zeta * omega);
 }
 
 inline int springDurationMs(const Spring& spring) {

@@ -2,7 +2,9 @@
 // phases, the settings tabs and the popover, at twice the density, over a stand-in for the
 // application beneath.
 // Usage: ui_screenshots OUTPUT_DIR
+#include "app/MenuBarView.h"
 #include "ui/ActionPickerView.h"
+#include "ui/Drawing.h"
 
 #include <QApplication>
 #include <QDir>
@@ -62,6 +64,39 @@ bool save(QWidget* window, const QString& path) {
     return true;
 }
 
+// The popover's frame as it hangs below the tray icon: a rounded card with a small arrow.
+class PopoverFrame : public QWidget {
+public:
+    static constexpr int margin = 16;
+    static constexpr int arrow = 8;
+
+    explicit PopoverFrame(QSize content) {
+        setWindowFlag(Qt::FramelessWindowHint);
+        setAttribute(Qt::WA_TranslucentBackground);
+        resize(content.width() + 2 * margin, content.height() + 2 * margin + arrow);
+    }
+    [[nodiscard]] QPoint contentOrigin() const { return {margin, margin + arrow}; }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        const QRectF card = QRectF(rect()).adjusted(margin, margin + arrow, -margin, -margin);
+        QPainterPath shape = ui::continuousRoundedRect(card, 10);
+        QPainterPath tip;
+        const qreal cx = card.center().x();
+        tip.moveTo(cx - arrow - 2, card.top() + 1);
+        tip.lineTo(cx, card.top() - arrow);
+        tip.lineTo(cx + arrow + 2, card.top() + 1);
+        tip.closeSubpath();
+        shape = shape.united(tip);
+        ui::drawShadow(p, shape, QColor(0, 0, 0, 60), 12, QPointF(0, 4));
+        p.fillPath(shape, palette().color(QPalette::Window));
+        p.setPen(QPen(QColor(0, 0, 0, 30), 0));
+        p.drawPath(shape);
+    }
+};
+
 struct Failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -112,6 +147,15 @@ bool shootPickers(const QString& dir) {
     return ok;
 }
 
+bool shootPopover(const QString& dir) {
+    PopoverFrame frame(QSize(app::MenuBarView::contentWidth, app::MenuBarView::contentHeight));
+    auto* view = new app::MenuBarView({}, &frame);
+    view->move(frame.contentOrigin());
+    frame.show();
+    settle(100);
+    return save(&frame, dir + QStringLiteral("/popover.png"));
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -123,6 +167,7 @@ int main(int argc, char** argv) {
     }
     const QString dir = QString::fromLocal8Bit(argv[1]);
     QDir().mkpath(dir);
-    const bool ok = shootPickers(dir);
+    bool ok = shootPickers(dir);
+    ok &= shootPopover(dir);
     return ok ? 0 : 1;
 }

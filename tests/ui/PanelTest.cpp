@@ -1,0 +1,195 @@
+// The floating panel and the key routing of KeyHandler, offscreen.
+#include "tests/common/TestUtil.h"
+#include "ui/FloatingPanel.h"
+#include "ui/KeyHandler.h"
+#include "ui/ScreenGeometry.h"
+
+#include <QElapsedTimer>
+#include <QGuiApplication>
+#include <QLineEdit>
+#include <QScreen>
+#include <QTest>
+#include <QVBoxLayout>
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+using ui::FloatingPanel;
+using ui::KeyHandler;
+
+namespace {
+
+// The offscreen platform has no window opacity, keyboard grab or stacking; its warnings about
+// that say nothing about the code under test.
+class QuietOffscreen : public ::testing::Environment {
+public:
+    void SetUp() override {
+        previous_ = qInstallMessageHandler(
+            [](QtMsgType type, const QMessageLogContext& context, const QString& message) {
+                if (message.startsWith(QLatin1String("This plugin does not support")))
+                    return;
+                if (previous_)
+                    previous_(type, context, message);
+            });
+    }
+
+private:
+    static inline QtMessageHandler previous_ = nullptr;
+};
+const auto* const quiet = ::testing::AddGlobalTestEnvironment(new QuietOffscreen);
+
+// A panel whose content is a text field, as the picker's instruction field would be.
+class PanelTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        auto* content = new QWidget;
+        field = new QLineEdit(content);
+        auto* layout = new QVBoxLayout(content);
+        layout->addWidget(field);
+        panel.setContentView(content);
+        panel.show(platform::Rect{100, 100, 240, 140});
+        field->setFocus();
+        KeyHandler::shared().reset();
+    }
+    void TearDown() override {
+        KeyHandler::shared().reset();
+        panel.hide([] {});
+        ASSERT_TRUE(testutil::waitUntil([&] { return !panel.isVisible(); }));
+    }
+
+    void routeKeysTo(std::vector<std::uint16_t>& seen) {
+        KeyHandler::shared().setOnKey([&seen](std::uint16_t key) { seen.push_back(key); });
+    }
+
+    FloatingPanel panel;
+    QLineEdit* field = nullptr;
+};
+
+} // namespace
+
+TEST_F(PanelTest, SwallowsEveryKeyForOnKeyUnlessTypingIsAllowed) {
+    std::vector<std::uint16_t> seen;
+    routeKeysTo(seen);
+
+    QTest::keyClick(field, Qt::Key_A);
+    QTest::keyClick(field, Qt::Key_Return);
+    QTest::keyClick(field, Qt::Key_Left);
+    QTest::keyClick(&panel, Qt::Key_Down);
+    EXPECT_EQ(seen, (std::vector<std::uint16_t>{0, 36, 123, 125}));
+    EXPECT_EQ(field->text(), QString()) << "swallowed keys never reach the field";
+
+    KeyHandler::shared().setAllowTyping(true);
+    QTest::keyClicks(field, QStringLiteral("hi"));
+    EXPECT_EQ(field->text(), QStringLiteral("hi"));
+    QTest::keyClick(field, Qt::Key_Escape);
+    EXPECT_EQ(seen, (std::vector<std::uint16_t>{0, 36, 123, 125, 53}))
+        << "Escape reaches onKey even while typing";
+}
+
+TEST_F(PanelTest, PassesEverythingOnWithoutOnKeyAndForOtherWindows) {
+    QTest::keyClicks(field, QStringLiteral("ab"));
+    EXPECT_EQ(field->text(), QStringLiteral("ab")) << "no onKey: keys reach the field";
+
+    std::vector<std::uint16_t> seen;
+    routeKeysTo(seen);
+    QLineEdit settingsField; // any other window, such as the settings window
+    settingsField.show();
+    QTest::keyClicks(&settingsField, QStringLiteral("xy"));
+    QTest::keyClick(&settingsField, Qt::Key_Escape);
+    EXPECT_EQ(settingsField.text(), QStringLiteral("xy"));
+    EXPECT_TRUE(seen.empty());
+}
+
+TEST_F(PanelTest, HideStopsRoutingAtOnceAndCompletesOnceOffScreenAtFullOpacity) {
+    std::vector<std::uint16_t> seen;
+    routeKeysTo(seen);
+    KeyHandler::shared().setAllowTyping(true);
+
+    int completions = 0;
+    QElapsedTimer timer;
+    timer.start();
+    qint64 completedAfter = -1;
+    panel.hide([&] {
+        ++completions;
+        completedAfter = timer.elapsed();
+    });
+    EXPECT_FALSE(KeyHandler::shared().onKey());
+    EXPECT_FALSE(KeyHandler::shared().allowTyping());
+    // During the fade the panel is still on screen, but keys are no longer swallowed.
+    ASSERT_TRUE(panel.isVisible());
+    QTest::keyClick(field, Qt::Key_Q);
+    EXPECT_EQ(field->text(), QStringLiteral("q"));
+    EXPECT_TRUE(seen.empty());
+
+    ASSERT_TRUE(testutil::waitUntil([&] { return completions > 0; }, 2s));
+    testutil::processEventsFor(300ms);
+    EXPECT_EQ(completions, 1);
+    EXPECT_GE(completedAfter, 100) << "the fade takes 0.15 s";
+    EXPECT_FALSE(panel.isVisible());
+    EXPECT_DOUBLE_EQ(panel.windowOpacity(), 1.0);
+}
+
+TEST_F(PanelTest, ShowPlacesTheFrameAndFadesInFromTransparent) {
+    panel.hide([] {});
+    ASSERT_TRUE(testutil::waitUntil([&] { return !panel.isVisible(); }));
+
+    panel.show(platform::Rect{300, 200, 240, 140});
+    EXPECT_TRUE(panel.isVisible());
+    EXPECT_LT(panel.windowOpacity(), 0.5);
+    const QRect screen = QGuiApplication::primaryScreen()->geometry();
+    EXPECT_EQ(panel.geometry(),
+              QRect(screen.x() + 300, screen.y() + screen.height() - 340, 240, 140));
+    ASSERT_TRUE(testutil::waitUntil([&] { return panel.windowOpacity() == 1.0; }, 2s));
+}
+
+TEST_F(PanelTest, ShowDuringTheHideFadeKeepsThePanelAndEndsTheHideOnce) {
+    int completions = 0;
+    panel.hide([&] { ++completions; });
+    testutil::processEventsFor(40ms);
+    panel.show(platform::Rect{100, 100, 240, 140});
+    EXPECT_EQ(completions, 1) << "the cancelled hide ends at once";
+    testutil::processEventsFor(500ms);
+    EXPECT_TRUE(panel.isVisible());
+    EXPECT_DOUBLE_EQ(panel.windowOpacity(), 1.0);
+    EXPECT_EQ(completions, 1);
+}
+
+TEST_F(PanelTest, ReplacedContentIsDeleted) {
+    QPointer<QWidget> first = panel.contentView();
+    auto* second = new QWidget;
+    panel.setContentView(second);
+    EXPECT_TRUE(first.isNull());
+    EXPECT_EQ(panel.contentView(), second);
+    EXPECT_TRUE(second->isVisible());
+    EXPECT_EQ(second->geometry(), panel.rect());
+}
+
+TEST(KeyHandlerOwnership, ClearingOnlyRemovesTheOwnersOwnRouting) {
+    KeyHandler& keys = KeyHandler::shared();
+    int a = 0;
+    int b = 0;
+    const int ownerA = 0;
+    const int ownerB = 0;
+    keys.setOnKey([&](std::uint16_t) { ++a; }, &ownerA);
+    keys.setOnKey([&](std::uint16_t) { ++b; }, &ownerB);
+    keys.clearOnKey(&ownerA);
+    ASSERT_TRUE(keys.onKey());
+    keys.onKey()(36);
+    EXPECT_EQ(b, 1);
+    EXPECT_EQ(a, 0);
+    keys.clearOnKey(&ownerB);
+    EXPECT_FALSE(keys.onKey());
+}
+
+TEST(ScreenGeometry, FlipsGlobalFramesAgainstThePrimaryScreen) {
+    // Global y counts up from the primary screen's bottom edge.
+    EXPECT_EQ(ui::qtRectFromGlobal({504, 252, 240, 140}, QRect(0, 0, 1440, 900)),
+              QRect(504, 508, 240, 140));
+    EXPECT_EQ(ui::qtRectFromGlobal({0, 0, 240, 140}, QRect(0, 0, 1440, 900)),
+              QRect(0, 760, 240, 140));
+    // A primary screen that does not start at Qt's origin.
+    EXPECT_EQ(ui::qtRectFromGlobal({10, 20, 100, 50}, QRect(1920, 100, 1280, 1024)),
+              QRect(1930, 1054, 100, 50));
+    // A frame on a screen above the primary one has a negative Qt y.
+    EXPECT_EQ(ui::qtRectFromGlobal({0, 1000, 240, 140}, QRect(0, 0, 1440, 900)),
+              QRect(0, -240, 240, 140));
+}

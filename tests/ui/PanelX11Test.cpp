@@ -1,0 +1,128 @@
+// The floating panel on a real X11 desktop (Xvfb + openbox): shown in front of another
+// application without taking the focus from it, yet receiving the keys typed meanwhile.
+#include "tests/common/TestUtil.h"
+#include "ui/ActionPickerView.h"
+#include "ui/FloatingPanel.h"
+#include "ui/KeyHandler.h"
+
+#include <QLineEdit>
+#include <QProcess>
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+QString run(const QString& program, const QStringList& arguments) {
+    QProcess process;
+    process.start(program, arguments);
+    if (!process.waitForFinished(10000))
+        return {};
+    return QString::fromLocal8Bit(process.readAllStandardOutput()).trimmed();
+}
+
+QString activeWindow() {
+    return run(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow")});
+}
+
+void xdotoolKey(const QString& keys) {
+    run(QStringLiteral("xdotool"), {QStringLiteral("key"), keys});
+}
+
+// Another application in front: an xterm, active before the panel appears.
+class PanelX11Test : public ::testing::Test {
+protected:
+    void SetUp() override {
+        static int count = 0;
+        const QString title = QStringLiteral("mendwise-target-%1").arg(++count);
+        terminal.start(QStringLiteral("xterm"),
+                       {QStringLiteral("-T"), title, QStringLiteral("-e"), QStringLiteral("cat")});
+        ASSERT_TRUE(terminal.waitForStarted());
+        ASSERT_TRUE(testutil::waitUntil(
+            [&] {
+                return run(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow"),
+                                                       QStringLiteral("getwindowname")}) == title;
+            },
+            10s))
+            << "the terminal never became active";
+        before = activeWindow();
+        KeyHandler().reset();
+    }
+    void TearDown() override {
+        ui::KeyHandler::shared().reset();
+        terminal.kill();
+        terminal.waitForFinished();
+    }
+    static ui::KeyHandler& KeyHandler() { return ui::KeyHandler::shared(); }
+
+    QProcess terminal;
+    QString before;
+};
+
+} // namespace
+
+TEST_F(PanelX11Test, ShownWithoutActivationItStillGetsTheKeys) {
+    ui::FloatingPanel panel;
+    panel.setContentView(new QWidget);
+    panel.show(platform::Rect{500, 300, 240, 140});
+    ASSERT_TRUE(testutil::waitUntil([&] { return panel.hasKeyboardGrab(); }, 3s));
+    testutil::processEventsFor(300ms);
+    EXPECT_EQ(activeWindow(), before) << "the user's application stays active";
+
+    const QString id = QString::number(panel.winId());
+    // Above the others, and on every desktop (openbox keeps "all desktops" in _NET_WM_DESKTOP
+    // rather than in the sticky state).
+    const QString states =
+        run(QStringLiteral("xprop"), {QStringLiteral("-id"), id, QStringLiteral("_NET_WM_STATE")});
+    EXPECT_TRUE(states.contains(QLatin1String("_NET_WM_STATE_ABOVE"))) << states.toStdString();
+    EXPECT_TRUE(states.contains(QLatin1String("_NET_WM_STATE_SKIP_TASKBAR")))
+        << states.toStdString();
+    const QString desktop = run(QStringLiteral("xprop"),
+                                {QStringLiteral("-id"), id, QStringLiteral("_NET_WM_DESKTOP")});
+    EXPECT_TRUE(desktop.endsWith(QLatin1String("4294967295"))) << desktop.toStdString();
+
+    std::vector<std::uint16_t> seen;
+    KeyHandler().setOnKey([&seen](std::uint16_t key) { seen.push_back(key); });
+    xdotoolKey(QStringLiteral("Right"));
+    xdotoolKey(QStringLiteral("Escape"));
+    ASSERT_TRUE(testutil::waitUntil([&] { return seen.size() >= 2; }, 3s));
+    EXPECT_EQ(seen, (std::vector<std::uint16_t>{124, 53}));
+
+    bool hidden = false;
+    panel.hide([&] { hidden = true; });
+    EXPECT_FALSE(panel.hasKeyboardGrab()) << "the keyboard is let go before the fade";
+    ASSERT_TRUE(testutil::waitUntil([&] { return hidden; }, 3s));
+    xdotoolKey(QStringLiteral("Left"));
+    testutil::processEventsFor(200ms);
+    EXPECT_EQ(seen.size(), 2U) << "no keys once hidden";
+    EXPECT_EQ(activeWindow(), before);
+}
+
+TEST_F(PanelX11Test, ThePickerTakesKeysAndTypingThroughTheGrab) {
+    ui::FloatingPanel panel;
+    int fixes = 0;
+    QStringList prompts;
+    auto* picker = new ui::ActionPickerView(
+        [&](const ui::ActionPickerView::Completion&) { ++fixes; },
+        [&](const QString& prompt, const ui::ActionPickerView::Completion&) { prompts << prompt; },
+        [] {});
+    panel.setContentView(picker);
+    panel.show(platform::Rect{500, 300, 240, 140});
+    ASSERT_TRUE(testutil::waitUntil([&] { return panel.hasKeyboardGrab(); }, 3s));
+
+    xdotoolKey(QStringLiteral("Right"));
+    xdotoolKey(QStringLiteral("Return"));
+    ASSERT_TRUE(testutil::waitUntil([&] { return picker->focused(); }, 3s));
+    run(QStringLiteral("xdotool"), {QStringLiteral("type"), QStringLiteral("be brief")});
+    ASSERT_TRUE(
+        testutil::waitUntil([&] { return picker->prompt() == QStringLiteral("be brief"); }, 3s))
+        << picker->prompt().toStdString();
+    xdotoolKey(QStringLiteral("Return"));
+    ASSERT_TRUE(testutil::waitUntil([&] { return !prompts.isEmpty(); }, 3s));
+    EXPECT_EQ(prompts, QStringList{QStringLiteral("be brief")});
+    EXPECT_EQ(fixes, 0);
+    EXPECT_EQ(activeWindow(), before);
+
+    panel.hide([] {});
+    testutil::waitUntil([&] { return !panel.isVisible(); }, 3s);
+}

@@ -1,0 +1,283 @@
+// The action picker inside the floating panel, driven by keys and clicks, offscreen.
+#include "support/Error.h"
+#include "tests/common/TestUtil.h"
+#include "ui/ActionPickerView.h"
+#include "ui/FloatingPanel.h"
+#include "ui/KeyHandler.h"
+
+#include <QAbstractButton>
+#include <QElapsedTimer>
+#include <QLineEdit>
+#include <QTest>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace std::chrono_literals;
+using ui::ActionPickerView;
+using Kind = ActionPickerView::Phase::Kind;
+
+namespace {
+
+class NoTextSelected : public support::Error {
+public:
+    [[nodiscard]] QString errorDescription() const override {
+        return QStringLiteral("No text selected");
+    }
+};
+
+// A picker in the panel, with callbacks that record their calls and keep the completion so
+// the test decides when and how the action ends.
+class PickerTest : public ::testing::Test {
+protected:
+    void SetUp() override { picker = makePicker(); }
+
+    ActionPickerView* makePicker() {
+        auto* view = new ActionPickerView(
+            [this](ActionPickerView::Completion done) {
+                ++fixCalls;
+                pending = std::move(done);
+            },
+            [this](const QString& prompt, ActionPickerView::Completion done) {
+                prompts << prompt;
+                pending = std::move(done);
+            },
+            [this] {
+                ++dismissals;
+                dismissedAfter = sinceFinish.elapsed();
+            });
+        panel.setContentView(view);
+        panel.show(platform::Rect{100, 100, 240, 140});
+        return view;
+    }
+
+    void TearDown() override {
+        panel.hide([] {});
+        testutil::waitUntil([&] { return !panel.isVisible(); });
+    }
+
+    // A key press as the window system delivers it: to the panel's focused widget.
+    void press(Qt::Key key) {
+        QWidget* target = panel.focusWidget() ? panel.focusWidget() : &panel;
+        QTest::keyClick(target, key);
+    }
+    // A click as the window system delivers it: to the topmost widget under the point.
+    void click(QPoint inPicker) {
+        QWidget* target = picker->childAt(inPicker);
+        if (!target)
+            target = picker;
+        QTest::mouseClick(target, Qt::LeftButton, {}, target->mapFrom(picker, inPicker));
+    }
+    void type(const QString& text) { QTest::keyClicks(picker->instructionField(), text); }
+
+    void openField() {
+        press(Qt::Key_Right);
+        press(Qt::Key_Return);
+        ASSERT_EQ(picker->phase().kind(), Kind::custom);
+        ASSERT_TRUE(testutil::waitUntil([&] { return picker->focused(); }, 2s));
+    }
+
+    void finish(std::exception_ptr error = nullptr) {
+        ASSERT_TRUE(pending);
+        sinceFinish.start();
+        pending(std::move(error));
+    }
+
+    ui::FloatingPanel panel;
+    ActionPickerView* picker = nullptr;
+    int fixCalls = 0;
+    QStringList prompts;
+    int dismissals = 0;
+    qint64 dismissedAfter = -1;
+    ActionPickerView::Completion pending;
+    QElapsedTimer sinceFinish;
+};
+
+} // namespace
+
+TEST_F(PickerTest, ReturnAtOnceRunsTheFix) {
+    EXPECT_EQ(picker->phase(), ActionPickerView::Phase::picker());
+    EXPECT_EQ(picker->selected(), 0);
+    press(Qt::Key_Return);
+    EXPECT_EQ(fixCalls, 1);
+    EXPECT_EQ(picker->phase(), ActionPickerView::Phase::loading());
+    EXPECT_EQ(picker->spinAngle(), 0.0);
+}
+
+TEST_F(PickerTest, ArrowsMoveTheHighlightAndOtherKeysDoNothing) {
+    press(Qt::Key_Right);
+    EXPECT_EQ(picker->selected(), 1);
+    press(Qt::Key_Up);
+    EXPECT_EQ(picker->selected(), 0);
+    press(Qt::Key_Down);
+    EXPECT_EQ(picker->selected(), 1);
+    press(Qt::Key_Left);
+    EXPECT_EQ(picker->selected(), 0);
+
+    for (Qt::Key key : {Qt::Key_1, Qt::Key_2, Qt::Key_Tab, Qt::Key_J, Qt::Key_Space})
+        press(key);
+    EXPECT_EQ(picker->phase().kind(), Kind::picker);
+    EXPECT_EQ(picker->selected(), 0);
+    EXPECT_EQ(fixCalls, 0);
+    EXPECT_EQ(dismissals, 0);
+    EXPECT_EQ(picker->prompt(), QString()) << "typed keys are swallowed in the button phase";
+}
+
+TEST_F(PickerTest, EscapeInTheButtonPhaseDismisses) {
+    press(Qt::Key_Escape);
+    EXPECT_EQ(dismissals, 1);
+    EXPECT_EQ(fixCalls, 0);
+}
+
+TEST_F(PickerTest, RightThenReturnOpensTheFieldAndEscapeClosesIt) {
+    openField();
+    EXPECT_EQ(fixCalls, 0);
+    EXPECT_TRUE(prompts.isEmpty());
+    EXPECT_TRUE(ui::KeyHandler::shared().allowTyping());
+
+    press(Qt::Key_A);
+    type(QStringLiteral("bc"));
+    EXPECT_EQ(picker->prompt(), QStringLiteral("abc")) << "keys reach the field while it is open";
+
+    press(Qt::Key_Escape);
+    EXPECT_EQ(picker->phase().kind(), Kind::picker);
+    EXPECT_EQ(picker->prompt(), QString());
+    EXPECT_EQ(picker->selected(), 1);
+    EXPECT_FALSE(ui::KeyHandler::shared().allowTyping());
+    EXPECT_FALSE(picker->focused());
+    EXPECT_EQ(dismissals, 0);
+}
+
+TEST_F(PickerTest, ABlankInstructionDoesNothingAndAPaddedOneIsTrimmed) {
+    openField();
+    type(QStringLiteral("   "));
+    press(Qt::Key_Return);
+    EXPECT_EQ(picker->phase().kind(), Kind::custom);
+    EXPECT_TRUE(prompts.isEmpty());
+    EXPECT_TRUE(ui::KeyHandler::shared().allowTyping());
+
+    type(QStringLiteral("make it formal \t"));
+    press(Qt::Key_Return);
+    EXPECT_EQ(prompts, QStringList{QStringLiteral("make it formal")});
+    EXPECT_EQ(picker->phase().kind(), Kind::loading);
+    EXPECT_FALSE(ui::KeyHandler::shared().allowTyping());
+    EXPECT_EQ(fixCalls, 0);
+}
+
+TEST_F(PickerTest, TheSubmitButtonComesWithTheFirstCharacterAndSubmits) {
+    openField();
+    QAbstractButton* submit = picker->submitButton();
+    EXPECT_FALSE(submit->isVisible());
+    type(QStringLiteral(" "));
+    EXPECT_TRUE(submit->isVisible()) << "a lone space counts";
+    picker->instructionField()->clear();
+    EXPECT_TRUE(testutil::waitUntil([&] { return !submit->isVisible(); }, 2s));
+
+    type(QStringLiteral(" shorter "));
+    ASSERT_TRUE(submit->isVisible());
+    testutil::processEventsFor(600ms); // fully grown
+    QTest::mouseClick(submit, Qt::LeftButton, {}, submit->rect().center());
+    EXPECT_EQ(prompts, QStringList{QStringLiteral("shorter")});
+}
+
+TEST_F(PickerTest, KeysChangeNothingWhileBusyOrShowingTheOutcome) {
+    press(Qt::Key_Return);
+    const auto pressAll = [&] {
+        for (Qt::Key key : {Qt::Key_Return, Qt::Key_Escape, Qt::Key_Left, Qt::Key_Right, Qt::Key_Up,
+                            Qt::Key_Down})
+            press(key);
+    };
+    pressAll();
+    EXPECT_EQ(picker->phase().kind(), Kind::loading);
+    EXPECT_EQ(fixCalls, 1);
+    EXPECT_EQ(picker->selected(), 0);
+
+    finish();
+    EXPECT_EQ(picker->phase().kind(), Kind::success);
+    pressAll();
+    EXPECT_EQ(picker->phase().kind(), Kind::success);
+    EXPECT_EQ(dismissals, 0);
+    EXPECT_EQ(fixCalls, 1);
+}
+
+TEST_F(PickerTest, SuccessShowsTheCheckForAboutFourTenthsThenDismisses) {
+    press(Qt::Key_Return);
+    finish();
+    EXPECT_EQ(picker->phase(), ActionPickerView::Phase::success());
+    testutil::processEventsFor(250ms);
+    EXPECT_EQ(dismissals, 0);
+    ASSERT_TRUE(testutil::waitUntil([&] { return dismissals > 0; }, 3s));
+    EXPECT_GE(dismissedAfter, 390);
+    EXPECT_LT(dismissedAfter, 1500);
+    testutil::processEventsFor(200ms);
+    EXPECT_EQ(dismissals, 1);
+}
+
+TEST_F(PickerTest, FailureShowsTheCrossForASecondWithTheDescriptionThenDismisses) {
+    press(Qt::Key_Return);
+    finish(std::make_exception_ptr(NoTextSelected()));
+    EXPECT_EQ(picker->phase(), ActionPickerView::Phase::error(QStringLiteral("No text selected")));
+    testutil::processEventsFor(700ms);
+    EXPECT_EQ(dismissals, 0);
+    ASSERT_TRUE(testutil::waitUntil([&] { return dismissals > 0; }, 4s));
+    EXPECT_GE(dismissedAfter, 990);
+    EXPECT_LT(dismissedAfter, 2500);
+}
+
+TEST_F(PickerTest, AnyFailureEndsInTheErrorPhase) {
+    // A foreign exception, thrown by the action itself rather than reported.
+    auto* throwing = new ActionPickerView(
+        [](const ActionPickerView::Completion&) { throw std::runtime_error("socket closed"); }, {},
+        [] {});
+    panel.setContentView(throwing);
+    throwing->handleKey(36);
+    EXPECT_EQ(throwing->phase(), ActionPickerView::Phase::error(QStringLiteral("socket closed")));
+}
+
+TEST_F(PickerTest, ACompletionFromAnotherThreadCountsOnceOnTheMainThread) {
+    press(Qt::Key_Return);
+    ActionPickerView::Completion done = pending;
+    std::thread worker([done] {
+        done(nullptr);
+        done(std::make_exception_ptr(NoTextSelected()));
+    });
+    worker.join();
+    EXPECT_EQ(picker->phase().kind(), Kind::loading) << "delivered on the main thread, later";
+    ASSERT_TRUE(testutil::waitUntil([&] { return picker->phase().kind() != Kind::loading; }));
+    testutil::processEventsFor(50ms);
+    EXPECT_EQ(picker->phase().kind(), Kind::success) << "the first outcome counts";
+}
+
+TEST_F(PickerTest, ClicksSelectAndTheDimmedRowIgnoresThem) {
+    click(picker->buttonCenter(1));
+    EXPECT_EQ(picker->phase().kind(), Kind::custom);
+    EXPECT_EQ(picker->selected(), 1);
+    EXPECT_TRUE(ui::KeyHandler::shared().allowTyping());
+
+    // The row stays dimmed under the open field: clicking where the fix button was does not
+    // run it.
+    click(picker->buttonCenter(0));
+    click(picker->buttonCenter(1));
+    EXPECT_EQ(picker->phase().kind(), Kind::custom);
+    EXPECT_EQ(fixCalls, 0);
+
+    press(Qt::Key_Escape);
+    testutil::processEventsFor(600ms); // the field is gone
+    click(picker->buttonCenter(0));
+    EXPECT_EQ(fixCalls, 1);
+    EXPECT_EQ(picker->phase().kind(), Kind::loading);
+}
+
+TEST_F(PickerTest, AReplacedPickerLeavesItsSuccessorInCharge) {
+    openField();
+    ActionPickerView* first = picker;
+    QPointer<ActionPickerView> guard(first);
+    picker = makePicker(); // a new trigger while the field was open
+    EXPECT_TRUE(guard.isNull());
+    EXPECT_FALSE(ui::KeyHandler::shared().allowTyping()) << "a new picker starts with typing off";
+
+    press(Qt::Key_Right);
+    EXPECT_EQ(picker->selected(), 1) << "keys go to the new picker";
+    press(Qt::Key_Left);
+    press(Qt::Key_Return);
+    EXPECT_EQ(fixCalls, 1);
+}
