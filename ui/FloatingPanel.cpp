@@ -4,8 +4,10 @@
 #include "ui/NativeWindow.h"
 #include "ui/ScreenGeometry.h"
 
+#include <QBitmap>
 #include <QEasingCurve>
 #include <QGuiApplication>
+#include <QPainter>
 #include <QPropertyAnimation>
 #include <QTimer>
 #include <QWindow>
@@ -32,13 +34,17 @@ QEasingCurve easeIn() {
 constexpr int grabRetryIntervalMs = 15;
 constexpr int grabAttemptsMax = 40;
 
+// How often the cut-out shape follows the content, without a compositor.
+constexpr int shapeIntervalMs = 33;
+
 } // namespace
 
 FloatingPanel::FloatingPanel()
     : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
                            Qt::NoDropShadowWindowHint),
       fadeIn_(new QPropertyAnimation(this, "windowOpacity", this)),
-      fadeOut_(new QPropertyAnimation(this, "windowOpacity", this)), grabRetry_(new QTimer(this)) {
+      fadeOut_(new QPropertyAnimation(this, "windowOpacity", this)), grabRetry_(new QTimer(this)),
+      shapeTimer_(new QTimer(this)) {
     setAttribute(Qt::WA_TranslucentBackground);
     setAttribute(Qt::WA_ShowWithoutActivating);
     setAttribute(Qt::WA_X11NetWmWindowTypeUtility);
@@ -57,6 +63,8 @@ FloatingPanel::FloatingPanel()
 
     grabRetry_->setInterval(grabRetryIntervalMs);
     connect(grabRetry_, &QTimer::timeout, this, &FloatingPanel::tryGrabKeyboard);
+    shapeTimer_->setInterval(shapeIntervalMs);
+    connect(shapeTimer_, &QTimer::timeout, this, &FloatingPanel::updateShape);
 }
 
 FloatingPanel::~FloatingPanel() {
@@ -87,6 +95,26 @@ void FloatingPanel::resizeEvent(QResizeEvent* event) {
         content_->setGeometry(rect());
 }
 
+void FloatingPanel::paintEvent(QPaintEvent*) {
+    if (composited_)
+        return;
+    // Edges that are partly clear blend with the window colour instead of black.
+    QPainter painter(this);
+    painter.fillRect(rect(), palette().color(QPalette::Window));
+}
+
+void FloatingPanel::updateShape() {
+    if (!content_ || size().isEmpty())
+        return;
+    QImage image(size(), QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    content_->render(&image, QPoint(), QRegion(), QWidget::DrawChildren);
+    // Whatever the content draws at least half opaque is kept; faint shadows are cut away.
+    const QRegion shape(QBitmap::fromImage(image.createAlphaMask(Qt::ThresholdAlphaDither)));
+    if (shape != mask())
+        setMask(shape.isEmpty() ? QRegion(0, 0, 1, 1) : shape);
+}
+
 void FloatingPanel::show(const platform::Rect& frame) {
     cancelHide();
     fadeIn_->stop();
@@ -95,6 +123,14 @@ void FloatingPanel::show(const platform::Rect& frame) {
     setWindowOpacity(0.0);
     if (!isVisible())
         native::keepOnAllDesktops(this);
+    composited_ = native::hasCompositor();
+    if (composited_) {
+        shapeTimer_->stop();
+        clearMask();
+    } else {
+        updateShape();
+        shapeTimer_->start();
+    }
     QWidget::show();
     raise();
     // When one of our own windows is active (the settings window), this application is the
@@ -121,6 +157,7 @@ void FloatingPanel::hide(std::function<void()> completion) {
 }
 
 void FloatingPanel::finishHide() {
+    shapeTimer_->stop();
     QWidget::hide();
     setWindowOpacity(1.0);
     // Taken out first: a completion may show or hide the panel again.

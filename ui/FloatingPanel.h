@@ -56,8 +56,14 @@ public:
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
 
 private:
+    // Without a compositing manager a translucent window shows black where it is clear. The
+    // panel then paints an opaque backdrop and cuts the window to the shape of what its content
+    // draws, following the content as it changes.
+    void updateShape();
+
     void tryGrabKeyboard();
     void releaseKeyboard();
     void finishHide();
@@ -67,6 +73,8 @@ private:
     QPropertyAnimation* fadeIn_;
     QPropertyAnimation* fadeOut_;
     QTimer* grabRetry_;
+    QTimer* shapeTimer_;
+    bool composited_ = true;
     int grabAttempts_ = 0;
     bool keyboardGrabbed_ = false;
     std::vector<std::function<void()>> pendingCompletions_;
