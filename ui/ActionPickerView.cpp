@@ -262,7 +262,7 @@ void ActionPickerView::run(const std::function<void(Completion)>& action) {
     const QPointer<ActionPickerView> self(this);
     // Touched on the main thread only; the first outcome counts.
     auto finished = std::make_shared<bool>(false);
-    Completion completion = [self, finished](std::exception_ptr error) {
+    Completion completion = [self, finished](const std::exception_ptr& error) {
         auto deliver = [self, finished, error] {
             if (*finished)
                 return;

@@ -43,7 +43,7 @@ void boxBlur(std::vector<std::uint32_t>& src, std::vector<std::uint32_t>& dst, i
              int height, int r, bool horizontal) {
     const int lines = horizontal ? height : width;
     const int length = horizontal ? width : height;
-    const int stride = horizontal ? 1 : width;
+    const std::size_t stride = horizontal ? 1 : static_cast<std::size_t>(width);
     const double scale = 1.0 / (r + r + 1);
     for (int line = 0; line < lines; ++line) {
         const int base = horizontal ? line * width : line;
@@ -54,7 +54,7 @@ void boxBlur(std::vector<std::uint32_t>& src, std::vector<std::uint32_t>& dst, i
         const auto at = [&](int i) {
             if (i < 0 || i >= length)
                 return std::uint32_t{0}; // transparent outside the image
-            return src[static_cast<std::size_t>(base + i * stride)];
+            return src[static_cast<std::size_t>(base) + static_cast<std::size_t>(i) * stride];
         };
         for (int i = -r - 1; i < r; ++i) {
             const std::uint32_t px = at(i);
@@ -71,7 +71,7 @@ void boxBlur(std::vector<std::uint32_t>& src, std::vector<std::uint32_t>& dst, i
                 const auto v = static_cast<std::uint32_t>(std::clamp(s * scale + 0.5, 0.0, 255.0));
                 out |= v << (c * 8);
             }
-            dst[static_cast<std::size_t>(base + i * stride)] = out;
+            dst[static_cast<std::size_t>(base) + static_cast<std::size_t>(i) * stride] = out;
         }
     }
 }

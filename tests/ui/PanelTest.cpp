@@ -18,25 +18,6 @@ using ui::KeyHandler;
 
 namespace {
 
-// The offscreen platform has no window opacity, keyboard grab or stacking; its warnings about
-// that say nothing about the code under test.
-class QuietOffscreen : public ::testing::Environment {
-public:
-    void SetUp() override {
-        previous_ = qInstallMessageHandler(
-            [](QtMsgType type, const QMessageLogContext& context, const QString& message) {
-                if (message.startsWith(QLatin1String("This plugin does not support")))
-                    return;
-                if (previous_)
-                    previous_(type, context, message);
-            });
-    }
-
-private:
-    static inline QtMessageHandler previous_ = nullptr;
-};
-const auto* const quiet = ::testing::AddGlobalTestEnvironment(new QuietOffscreen);
-
 // A panel whose content is a text field, as the picker's instruction field would be.
 class PanelTest : public ::testing::Test {
 protected:
