@@ -233,6 +233,17 @@ TEST_F(TextExchangeTest, LongSelectionsAreCountedAndPreviewedInCharacters) {
     EXPECT_EQ(inBackground([&] { return service.copySelectedText(editor, {}); }), selection);
     EXPECT_GE(logs.indexOf(tag + QStringLiteral("✅ AX SUCCESS — 61 chars: ") + preview), 0);
 
+    // A huge selection is counted whole and previewed short.
+    logs.clear();
+    const QString huge = QString(2'000'000, u'x');
+    desktop.setSelectedText(editorPid, huge);
+    EXPECT_EQ(inBackground([&] { return service.copySelectedText(editor, {}); }).size(),
+              huge.size());
+    EXPECT_GE(logs.indexOf(tag + QStringLiteral("✅ AX SUCCESS — 2000000 chars: \"") +
+                           QString(60, u'x') + u'"'),
+              0);
+    desktop.setSelectedText(editorPid, selection);
+
     // The same through the synthetic copy.
     logs.clear();
     desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedText"),
@@ -323,6 +334,13 @@ TEST_F(TextExchangeTest, EmptyAnswerFailsAtTheDeadlineAndRestoresTheSavedText) {
         EXPECT_EQ(error.errorCase(), TextSelectionError::noTextSelected);
         EXPECT_EQ(error.errorDescription(), QStringLiteral("No text is currently selected."));
     }
+    // The other two cases exist for the user interface, with their own texts.
+    EXPECT_EQ(TextSelectionError(TextSelectionError::copyFailed).errorDescription(),
+              QStringLiteral("Failed to copy selected text. Make sure accessibility permissions "
+                             "are granted."));
+    EXPECT_EQ(QString::fromUtf8(TextSelectionError(TextSelectionError::pasteFailed).what()),
+              QStringLiteral("Failed to paste text. Make sure accessibility permissions are "
+                             "granted."));
     const auto elapsed = std::chrono::steady_clock::now() - started;
     EXPECT_GE(elapsed, 700ms); // 200 ms, then polling until the 0.5 s deadline
     EXPECT_LT(elapsed, 3s);
