@@ -350,7 +350,9 @@ void SimDesktop::State::performPaste(std::int32_t pid) {
     if (!app || !app->answersPaste || !plainText)
         return;
     const auto [start, length] = app->clampedSelection();
-    app->text.replace(start, length, *plainText);
+    // Built anew rather than edited in place: the old text may still be shared with a caller's
+    // copy, and Qt's detach runs in uninstrumented code that ThreadSanitizer cannot follow.
+    app->text = app->text.left(start) + *plainText + app->text.mid(start + length);
     app->selection = {static_cast<std::int64_t>(start + plainText->size()), 0};
 }
 
