@@ -1,7 +1,6 @@
 #include "support/Log.h"
 
 #include <QStringList>
-
 #include <cerrno>
 #include <mutex>
 #include <unistd.h>
@@ -57,14 +56,18 @@ LogCapture::~LogCapture() {
     currentCapture = outer_;
 }
 
-void LogCapture::append(const QString& record) { records_.append(record); }
+void LogCapture::append(const QString& record) {
+    records_.append(record);
+}
 
 QStringList LogCapture::records() const {
     const std::lock_guard lock(logMutex());
     return records_;
 }
 
-bool LogCapture::contains(const QString& record) const { return indexOf(record) >= 0; }
+bool LogCapture::contains(const QString& record) const {
+    return indexOf(record) >= 0;
+}
 
 qsizetype LogCapture::indexOf(const QString& record, qsizetype from) const {
     const std::lock_guard lock(logMutex());

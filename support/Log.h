@@ -2,7 +2,6 @@
 
 #include <QString>
 #include <QStringList>
-
 #include <functional>
 
 // Diagnostics: plain records on standard output. A record may span several lines; it is
