@@ -1,7 +1,6 @@
 #include "platform/Accessibility.h"
 
 #include <QStringList>
-
 #include <atomic>
 
 namespace platform {
@@ -9,13 +8,21 @@ namespace platform {
 namespace {
 std::atomic<std::int64_t> liveObjects{0};
 
-QString number(double value) { return QString::number(value, 'g', 12); }
+QString number(double value) {
+    return QString::number(value, 'g', 12);
+}
 } // namespace
 
-AXObject::AXObject(Payload payload) : payload_(std::move(payload)) { ++liveObjects; }
-AXObject::~AXObject() { --liveObjects; }
+AXObject::AXObject(Payload payload) : payload_(std::move(payload)) {
+    ++liveObjects;
+}
+AXObject::~AXObject() {
+    --liveObjects;
+}
 
-std::int64_t AXObject::liveCount() { return liveObjects.load(); }
+std::int64_t AXObject::liveCount() {
+    return liveObjects.load();
+}
 
 AXElementImpl* AXObject::element() const {
     const auto* element = std::get_if<std::shared_ptr<AXElementImpl>>(&payload_);
@@ -79,9 +86,17 @@ template <typename T> bool unpack(const AXRef& value, T& out) {
 }
 } // namespace
 
-bool axValueGetValue(const AXRef& value, Point& out) { return unpack(value, out); }
-bool axValueGetValue(const AXRef& value, Size& out) { return unpack(value, out); }
-bool axValueGetValue(const AXRef& value, Rect& out) { return unpack(value, out); }
-bool axValueGetValue(const AXRef& value, CFRange& out) { return unpack(value, out); }
+bool axValueGetValue(const AXRef& value, Point& out) {
+    return unpack(value, out);
+}
+bool axValueGetValue(const AXRef& value, Size& out) {
+    return unpack(value, out);
+}
+bool axValueGetValue(const AXRef& value, Rect& out) {
+    return unpack(value, out);
+}
+bool axValueGetValue(const AXRef& value, CFRange& out) {
+    return unpack(value, out);
+}
 
 } // namespace platform

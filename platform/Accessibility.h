@@ -3,7 +3,6 @@
 #include "platform/Geometry.h"
 
 #include <QString>
-
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -128,8 +127,7 @@ public:
     // The element standing for the application with this process id.
     virtual AXRef createApplication(std::int32_t pid) = 0;
     virtual AXResult copyAttributeValue(const AXRef& element, const QString& attribute) = 0;
-    virtual AXResult copyParameterizedAttributeValue(const AXRef& element,
-                                                     const QString& attribute,
+    virtual AXResult copyParameterizedAttributeValue(const AXRef& element, const QString& attribute,
                                                      const AXRef& parameter) = 0;
 };
 

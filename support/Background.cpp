@@ -3,7 +3,6 @@
 #include "support/Error.h"
 
 #include <QThreadPool>
-
 #include <condition_variable>
 #include <mutex>
 
@@ -38,8 +37,12 @@ void throwIfCancelled(const std::stop_token& stop) {
         throw CancellationError();
 }
 
-void startInBackground(std::function<void()> job) { pool().start(std::move(job)); }
+void startInBackground(std::function<void()> job) {
+    pool().start(std::move(job));
+}
 
-void waitForBackgroundIdle() { pool().waitForDone(); }
+void waitForBackgroundIdle() {
+    pool().waitForDone();
+}
 
 } // namespace support

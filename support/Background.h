@@ -50,19 +50,19 @@ TaskHandle runInBackground(QObject* context, std::function<T(std::stop_token)> w
                            std::function<void(Outcome<T>)> done) {
     TaskHandle handle;
     const QPointer<QObject> guard(context);
-    startInBackground([guard, stop = handle.token(), work = std::move(work),
-                       done = std::move(done)]() mutable {
-        auto outcome = std::make_shared<Outcome<T>>();
-        try {
-            if constexpr (std::is_void_v<T>)
-                work(stop);
-            else
-                outcome->value.emplace(work(stop));
-        } catch (...) {
-            outcome->error = std::current_exception();
-        }
-        runOnMain(guard, [done = std::move(done), outcome] { done(std::move(*outcome)); });
-    });
+    startInBackground(
+        [guard, stop = handle.token(), work = std::move(work), done = std::move(done)]() mutable {
+            auto outcome = std::make_shared<Outcome<T>>();
+            try {
+                if constexpr (std::is_void_v<T>)
+                    work(stop);
+                else
+                    outcome->value.emplace(work(stop));
+            } catch (...) {
+                outcome->error = std::current_exception();
+            }
+            runOnMain(guard, [done = std::move(done), outcome] { done(std::move(*outcome)); });
+        });
     return handle;
 }
 

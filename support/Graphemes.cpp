@@ -1,8 +1,7 @@
 #include "support/Graphemes.h"
 
-#include <unicode/ubrk.h>
-
 #include <memory>
+#include <unicode/ubrk.h>
 
 // ICU's character break iterator implements the extended grapheme cluster rules; Qt 6.4's
 // QTextBoundaryFinder splits a flag that follows an emoji, so it is not used here.

@@ -21,7 +21,9 @@ struct NotificationCenter::State {
 Observation::Observation(NotificationCenter* center, std::shared_ptr<Entry> entry)
     : center_(center), entry_(std::move(entry)) {}
 
-Observation::~Observation() { reset(); }
+Observation::~Observation() {
+    reset();
+}
 
 Observation::Observation(Observation&& other) noexcept
     : center_(std::exchange(other.center_, nullptr)), entry_(std::move(other.entry_)) {}

@@ -2,14 +2,15 @@
 
 #include <QString>
 #include <QStringList>
-
 #include <chrono>
 #include <functional>
 #include <optional>
 #include <ostream>
 
 // Readable test failure messages for Qt strings.
-inline void PrintTo(const QString& text, std::ostream* out) { *out << '"' << text.toStdString() << '"'; }
+inline void PrintTo(const QString& text, std::ostream* out) {
+    *out << '"' << text.toStdString() << '"';
+}
 inline void PrintTo(const QStringList& list, std::ostream* out) {
     *out << '[' << list.join(QStringLiteral("\", \"")).toStdString() << ']';
 }

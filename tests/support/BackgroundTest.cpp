@@ -1,13 +1,12 @@
 #include "support/Background.h"
+
 #include "support/Error.h"
 #include "tests/common/TestUtil.h"
 
 #include <QThread>
-
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <chrono>
+#include <gtest/gtest.h>
 
 using namespace std::chrono_literals;
 using namespace support;

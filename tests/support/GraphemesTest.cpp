@@ -1,4 +1,5 @@
 #include "support/Graphemes.h"
+
 #include "tests/common/TestUtil.h"
 
 #include <gtest/gtest.h>

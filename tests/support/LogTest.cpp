@@ -1,10 +1,9 @@
 #include "support/Log.h"
+
 #include "tests/common/TestUtil.h"
 
 #include <QStringList>
-
 #include <gtest/gtest.h>
-
 #include <thread>
 #include <vector>
 
@@ -18,7 +17,8 @@ TEST(Log, RecordsFromManyThreadsStayWhole) {
     for (int t = 0; t < threads; ++t) {
         workers.emplace_back([t] {
             for (int i = 0; i < perThread; ++i)
-                support::log(QStringLiteral("thread %1 record %2\n  second line %1/%2").arg(t).arg(i));
+                support::log(
+                    QStringLiteral("thread %1 record %2\n  second line %1/%2").arg(t).arg(i));
         });
     }
     for (auto& worker : workers)

@@ -1,4 +1,5 @@
 #include "support/NotificationCenter.h"
+
 #include "tests/common/TestUtil.h"
 
 #include <gtest/gtest.h>
@@ -13,12 +14,14 @@ TEST(NotificationCenter, DeliversByNameWithUserInfo) {
         seen << QStringLiteral("a:") + n.name;
         lastInfo = n.userInfo;
     });
-    auto all = center.addObserver(QString(), [&](const Notification& n) { seen << QStringLiteral("*:") + n.name; });
+    auto all = center.addObserver(
+        QString(), [&](const Notification& n) { seen << QStringLiteral("*:") + n.name; });
 
     center.post(QStringLiteral("a"), {{QStringLiteral("isActive"), true}});
     center.post(QStringLiteral("b"));
 
-    EXPECT_EQ(seen, (QStringList{QStringLiteral("a:a"), QStringLiteral("*:a"), QStringLiteral("*:b")}));
+    EXPECT_EQ(seen,
+              (QStringList{QStringLiteral("a:a"), QStringLiteral("*:a"), QStringLiteral("*:b")}));
     EXPECT_EQ(lastInfo.value(QStringLiteral("isActive")), QVariant(true));
 }
 
@@ -26,7 +29,8 @@ TEST(NotificationCenter, ObservationEndsWithItsOwner) {
     NotificationCenter center;
     int calls = 0;
     {
-        auto observation = center.addObserver(QStringLiteral("x"), [&](const Notification&) { ++calls; });
+        auto observation =
+            center.addObserver(QStringLiteral("x"), [&](const Notification&) { ++calls; });
         center.post(QStringLiteral("x"));
         Observation moved = std::move(observation);
         EXPECT_FALSE(observation.isActive());
@@ -41,12 +45,14 @@ TEST(NotificationCenter, ObserverMayRemoveItselfAndOthersDuringDelivery) {
     int first = 0;
     int second = 0;
     Observation secondObservation;
-    Observation firstObservation = center.addObserver(QStringLiteral("x"), [&](const Notification&) {
-        ++first;
-        firstObservation.reset();
-        secondObservation.reset(); // the second must not run after its removal
-    });
-    secondObservation = center.addObserver(QStringLiteral("x"), [&](const Notification&) { ++second; });
+    Observation firstObservation =
+        center.addObserver(QStringLiteral("x"), [&](const Notification&) {
+            ++first;
+            firstObservation.reset();
+            secondObservation.reset(); // the second must not run after its removal
+        });
+    secondObservation =
+        center.addObserver(QStringLiteral("x"), [&](const Notification&) { ++second; });
 
     center.post(QStringLiteral("x"));
     center.post(QStringLiteral("x"));
@@ -61,7 +67,8 @@ TEST(NotificationCenter, ObserverMayPostFromItsCallback) {
         order << QStringLiteral("outer");
         center.post(QStringLiteral("inner"));
     });
-    auto inner = center.addObserver(QStringLiteral("inner"), [&](const Notification&) { order << QStringLiteral("inner"); });
+    auto inner = center.addObserver(QStringLiteral("inner"),
+                                    [&](const Notification&) { order << QStringLiteral("inner"); });
     center.post(QStringLiteral("outer"));
     EXPECT_EQ(order, (QStringList{QStringLiteral("outer"), QStringLiteral("inner")}));
 }
