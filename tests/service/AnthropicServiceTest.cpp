@@ -4,13 +4,13 @@
 #include "service/AppSettings.h"
 #include "support/Background.h"
 #include "support/Log.h"
+#include "tests/common/ChildProcess.h"
 #include "tests/common/LoopbackHttpServer.h"
 #include "tests/common/TestUtil.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -384,26 +384,22 @@ TEST_F(AnthropicServiceTest, TlsPeerIsVerified) {
     QTemporaryDir tlsDir;
     const QString cert = tlsDir.filePath(QStringLiteral("cert.pem"));
     const QString key = tlsDir.filePath(QStringLiteral("key.pem"));
-    QProcess keygen;
-    keygen.start(QStringLiteral("openssl"),
-                 {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
-                  QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-days"),
-                  QStringLiteral("1"), QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1"),
-                  QStringLiteral("-addext"), QStringLiteral("subjectAltName=IP:127.0.0.1"),
-                  QStringLiteral("-keyout"), key, QStringLiteral("-out"), cert});
-    ASSERT_TRUE(keygen.waitForFinished(30'000));
-    ASSERT_EQ(keygen.exitCode(), 0) << keygen.readAllStandardError().constData();
-    QProcess tlsServer;
-    tlsServer.setProcessChannelMode(QProcess::MergedChannels);
-    tlsServer.start(QStringLiteral("openssl"),
-                    {QStringLiteral("s_server"), QStringLiteral("-accept"),
-                     QStringLiteral("127.0.0.1:0"), QStringLiteral("-cert"), cert,
-                     QStringLiteral("-key"), key, QStringLiteral("-www")});
+    const auto keygen = testutil::ChildProcess::run(
+        QStringLiteral("openssl"),
+        {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+         QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-days"),
+         QStringLiteral("1"), QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1"),
+         QStringLiteral("-addext"), QStringLiteral("subjectAltName=IP:127.0.0.1"),
+         QStringLiteral("-keyout"), key, QStringLiteral("-out"), cert});
+    ASSERT_EQ(keygen.exitCode, 0) << keygen.err.constData();
+    testutil::ChildProcess tlsServer(QStringLiteral("openssl"),
+                                     {QStringLiteral("s_server"), QStringLiteral("-accept"),
+                                      QStringLiteral("127.0.0.1:0"), QStringLiteral("-cert"), cert,
+                                      QStringLiteral("-key"), key, QStringLiteral("-www")});
     QString port;
     const QRegularExpression accept(QStringLiteral("ACCEPT 127\\.0\\.0\\.1:(\\d+)"));
-    ASSERT_TRUE(testutil::waitUntil([&] {
-        tlsServer.waitForReadyRead(50);
-        port = accept.match(QString::fromUtf8(tlsServer.peek(4096))).captured(1);
+    ASSERT_TRUE(tlsServer.waitForOutput([&](const QByteArray& out) {
+        port = accept.match(QString::fromUtf8(out)).captured(1);
         return !port.isEmpty();
     }));
 
@@ -416,8 +412,6 @@ TEST_F(AnthropicServiceTest, TlsPeerIsVerified) {
         EXPECT_TRUE(e.errorDescription().contains(QStringLiteral("certificate")))
             << e.errorDescription().toStdString();
     }
-    tlsServer.kill();
-    tlsServer.waitForFinished();
 }
 
 TEST_F(AnthropicServiceTest, StopRequestAbortsAWaitingExchangePromptly) {

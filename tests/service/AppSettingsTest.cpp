@@ -3,6 +3,7 @@
 #include "platform/sim/SimLoginItem.h"
 #include "support/Log.h"
 #include "support/NotificationCenter.h"
+#include "tests/common/ChildProcess.h"
 #include "tests/common/TestUtil.h"
 
 #include <QCoreApplication>
@@ -11,11 +12,11 @@
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <atomic>
+#include <csignal>
 #include <functional>
 #include <gtest/gtest.h>
 #include <set>
@@ -312,16 +313,14 @@ TEST(AppSettingsShared, OneInstanceForEveryThreadOwnedByTheMainThread) {
 
 namespace {
 
-QJsonObject probe(const QStringList& arguments, int* exitCode = nullptr,
-                  QProcess::ExitStatus* exitStatus = nullptr) {
-    QProcess process;
-    process.start(QStringLiteral(MENDWISE_SETTINGS_PROBE), arguments);
-    EXPECT_TRUE(process.waitForFinished(20'000));
-    if (exitCode)
-        *exitCode = process.exitCode();
-    if (exitStatus)
-        *exitStatus = process.exitStatus();
-    return QJsonDocument::fromJson(process.readAllStandardOutput()).object();
+testutil::ChildProcess::Result probe(const QString& command) {
+    return testutil::ChildProcess::run(QStringLiteral(MENDWISE_SETTINGS_PROBE), {command});
+}
+
+QJsonObject printedValues() {
+    const auto printed = probe(QStringLiteral("print"));
+    EXPECT_EQ(printed.exitCode, 0) << printed.err.constData();
+    return QJsonDocument::fromJson(printed.out).object();
 }
 
 } // namespace
@@ -338,7 +337,7 @@ TEST(AppSettingsShared, ValuesAreReadBackByANewProcessAndSurviveACrash) {
                          QStringLiteral("/Mendwise/Mendwise.conf");
     EXPECT_TRUE(QFileInfo::exists(file)) << file.toStdString();
 
-    const QJsonObject read = probe({QStringLiteral("print")});
+    const QJsonObject read = printedValues();
     EXPECT_EQ(read.value(u"apiKey").toString(), QStringLiteral("  sk-ant-from-parent  "));
     EXPECT_EQ(read.value(u"systemPrompt").toString(), QStringLiteral("Line one\nline \"two\""));
     EXPECT_EQ(read.value(u"selectedModel").toString(), QStringLiteral("claude-opus-4-6"));
@@ -347,11 +346,8 @@ TEST(AppSettingsShared, ValuesAreReadBackByANewProcessAndSurviveACrash) {
     EXPECT_EQ(read.value(u"autoFixOnTrigger").toBool(false), true);
 
     // A process that is killed right after an assignment has still stored it.
-    int exitCode = 0;
-    QProcess::ExitStatus exitStatus = QProcess::NormalExit;
-    probe({QStringLiteral("assign-then-crash")}, &exitCode, &exitStatus);
-    EXPECT_EQ(exitStatus, QProcess::CrashExit);
-    const QJsonObject after = probe({QStringLiteral("print")});
+    EXPECT_EQ(probe(QStringLiteral("assign-then-crash")).signal, SIGKILL);
+    const QJsonObject after = printedValues();
     EXPECT_EQ(after.value(u"apiKey").toString(), QStringLiteral("sk-ant-before-crash"));
     EXPECT_EQ(after.value(u"selectedModel").toString(), QStringLiteral("claude-sonnet-4-6"));
     EXPECT_EQ(after.value(u"systemPrompt").toString(), QStringLiteral("Line one\nline \"two\""));

@@ -1,9 +1,9 @@
+#include "tests/common/ChildProcess.h"
 #include "tests/common/LoopbackHttpServer.h"
 #include "tests/common/TestUtil.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QSettings>
 #include <QStandardPaths>
 #include <gtest/gtest.h>
@@ -34,13 +34,10 @@ protected:
 
     ToolRun run(const QByteArray& input, QStringList arguments = {}) {
         arguments << QStringLiteral("--endpoint") << server_.url();
-        QProcess process;
-        process.start(QStringLiteral(MENDWISE_REWRITE_TOOL), arguments);
-        process.write(input);
-        process.closeWriteChannel();
-        EXPECT_TRUE(process.waitForFinished(30'000));
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-                process.readAllStandardOutput(), process.readAllStandardError()};
+        const auto result =
+            testutil::ChildProcess::run(QStringLiteral(MENDWISE_REWRITE_TOOL), arguments, input);
+        EXPECT_TRUE(result.finished);
+        return {result.signal == 0 ? result.exitCode : -1, result.out, result.err};
     }
 
     QJsonObject sentBody(size_t index = 0) const {
