@@ -3,14 +3,20 @@
 // application beneath.
 // Usage: ui_screenshots OUTPUT_DIR
 #include "app/MenuBarView.h"
+#include "platform/sim/SimDesktop.h"
+#include "platform/sim/SimLoginItem.h"
+#include "service/AppSettings.h"
 #include "ui/ActionPickerView.h"
 #include "ui/Drawing.h"
+#include "ui/SettingsView.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QLineEdit>
 #include <QPainter>
+#include <QSettings>
+#include <QTemporaryDir>
 #include <QThread>
 #include <cstdio>
 #include <functional>
@@ -156,6 +162,30 @@ bool shootPopover(const QString& dir) {
     return save(&frame, dir + QStringLiteral("/popover.png"));
 }
 
+// The settings window's content on its window background, one picture per tab.
+bool shootSettings(const QString& dir) {
+    QTemporaryDir home;
+    platform::sim::SimLoginItem loginItem;
+    AppSettings settings(std::make_unique<QSettings>(home.filePath(QStringLiteral("settings.ini")),
+                                                     QSettings::IniFormat),
+                         loginItem);
+    settings.setApiKey(QStringLiteral("sk-ant-api03-example"));
+    platform::sim::SimDesktop desktop;
+    desktop.setTrusted(false);
+
+    QWidget window;
+    window.setWindowFlag(Qt::FramelessWindowHint);
+    auto* view = new ui::SettingsView(settings, desktop, desktop, {}, &window);
+    window.resize(view->size());
+    window.show();
+    settle(300);
+    bool ok = save(&window, dir + QStringLiteral("/settings-general.png"));
+    view->setCurrentTab(1);
+    settle(300);
+    ok &= save(&window, dir + QStringLiteral("/settings-ai.png"));
+    return ok;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -169,5 +199,6 @@ int main(int argc, char** argv) {
     QDir().mkpath(dir);
     bool ok = shootPickers(dir);
     ok &= shootPopover(dir);
+    ok &= shootSettings(dir);
     return ok ? 0 : 1;
 }

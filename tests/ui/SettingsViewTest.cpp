@@ -1,0 +1,249 @@
+// The settings window's content, bound to a settings store of its own and a simulated
+// desktop, offscreen.
+#include "ui/SettingsView.h"
+
+#include "platform/sim/SimDesktop.h"
+#include "platform/sim/SimLoginItem.h"
+#include "service/AppSettings.h"
+#include "tests/common/TestUtil.h"
+#include "ui/Color.h"
+#include "ui/SettingsIcon.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QComboBox>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+class SettingsViewTest : public ::testing::Test {
+protected:
+    SettingsViewTest()
+        : settings(std::make_unique<QSettings>(home.filePath(QStringLiteral("settings.ini")),
+                                               QSettings::IniFormat),
+                   loginItem) {}
+
+    void SetUp() override {
+        view = std::make_unique<ui::SettingsView>(
+            settings, desktop, desktop,
+            ui::GeneralSettingsTab::Commands{[this] {
+                                                 ++openSettingsCalls;
+                                                 return settingsToolExists;
+                                             },
+                                             [this] { ++restarts; }});
+        view->show();
+    }
+
+    ui::AISettingsTab& ai() {
+        view->setCurrentTab(1);
+        return *view->aiTab();
+    }
+    QLineEdit& keyField() { return *ai().keyField(); }
+    QPushButton& save() { return *ai().saveButton(); }
+
+    QStringList labelTexts(QWidget* root) {
+        QStringList texts;
+        for (const QLabel* label : root->findChildren<QLabel*>())
+            texts << label->text();
+        return texts;
+    }
+    QPushButton* buttonTitled(const QString& title) {
+        for (QPushButton* b : view->findChildren<QPushButton*>()) {
+            if (b->text() == title)
+                return b;
+        }
+        return nullptr;
+    }
+
+    QTemporaryDir home;
+    platform::sim::SimLoginItem loginItem;
+    AppSettings settings;
+    platform::sim::SimDesktop desktop;
+    std::unique_ptr<ui::SettingsView> view;
+    int openSettingsCalls = 0;
+    bool settingsToolExists = true;
+    int restarts = 0;
+};
+
+} // namespace
+
+TEST_F(SettingsViewTest, IsAFixedSizeViewWithTwoTabs) {
+    EXPECT_EQ(view->size(), QSize(450, 340));
+    EXPECT_EQ(view->minimumSize(), view->maximumSize());
+    ASSERT_EQ(view->tabBar()->count(), 2);
+    EXPECT_EQ(view->tabBar()->tabText(0), QStringLiteral("General"));
+    EXPECT_EQ(view->tabBar()->tabText(1), QStringLiteral("AI"));
+    EXPECT_EQ(view->currentTab(), 0);
+}
+
+TEST_F(SettingsViewTest, SaveIsEnabledOnlyWhileTheFieldDiffersFromTheStoredKey) {
+    EXPECT_EQ(keyField().text(), QString());
+    EXPECT_FALSE(save().isEnabled());
+    QTest::keyClick(&keyField(), Qt::Key_K);
+    EXPECT_TRUE(save().isEnabled());
+    QTest::keyClick(&keyField(), Qt::Key_Backspace);
+    EXPECT_FALSE(save().isEnabled());
+    EXPECT_EQ(settings.apiKey(), QString()) << "nothing is stored before Save";
+}
+
+TEST_F(SettingsViewTest, SaveStoresTheKeyAsTypedAndSaysSavedForOneAndAHalfSeconds) {
+    QTest::keyClicks(&keyField(), QStringLiteral("  sk-ant-key "));
+    QElapsedTimer timer;
+    timer.start();
+    QTest::mouseClick(&save(), Qt::LeftButton);
+    EXPECT_EQ(settings.apiKey(), QStringLiteral("  sk-ant-key ")) << "stored untrimmed";
+    EXPECT_EQ(QSettings(home.filePath(QStringLiteral("settings.ini")), QSettings::IniFormat)
+                  .value(AppSettings::apiKeyKey)
+                  .toString(),
+              QStringLiteral("  sk-ant-key "));
+    EXPECT_EQ(save().text(), QStringLiteral("Saved!"));
+    EXPECT_FALSE(save().isEnabled());
+
+    testutil::processEventsFor(1000ms);
+    if (timer.elapsed() < 1400) {
+        EXPECT_EQ(save().text(), QStringLiteral("Saved!"));
+    }
+    ASSERT_TRUE(testutil::waitUntil([&] { return save().text() == QStringLiteral("Save"); }, 3s));
+    EXPECT_GE(timer.elapsed(), 1450);
+    EXPECT_FALSE(save().isEnabled()) << "the field still equals the stored key";
+}
+
+TEST_F(SettingsViewTest, TheEyeSwitchesBetweenMaskedAndClearWithoutTouchingTheText) {
+    QTest::keyClicks(&keyField(), QStringLiteral("secret"));
+    EXPECT_EQ(keyField().echoMode(), QLineEdit::Password);
+    QTest::mouseClick(ai().eyeButton(), Qt::LeftButton);
+    EXPECT_TRUE(ai().showingAPIKey());
+    EXPECT_EQ(keyField().echoMode(), QLineEdit::Normal);
+    EXPECT_EQ(keyField().text(), QStringLiteral("secret"));
+    QTest::mouseClick(ai().eyeButton(), Qt::LeftButton);
+    EXPECT_EQ(keyField().echoMode(), QLineEdit::Password);
+    EXPECT_EQ(keyField().text(), QStringLiteral("secret"));
+}
+
+TEST_F(SettingsViewTest, TheKeyFieldStartsFromTheStoredKeyEachTimeTheTabOpens) {
+    ai();
+    QTest::keyClicks(&keyField(), QStringLiteral("draft"));
+    view->setCurrentTab(0);
+    settings.setApiKey(QStringLiteral("stored-elsewhere"));
+    view->setCurrentTab(1);
+    EXPECT_EQ(keyField().text(), QStringLiteral("stored-elsewhere"));
+    EXPECT_FALSE(save().isEnabled());
+}
+
+TEST_F(SettingsViewTest, TheModelPickerListsTheModelsInOrderAndStoresAChoiceAtOnce) {
+    QComboBox& picker = *ai().modelPicker();
+    ASSERT_EQ(picker.count(), 3);
+    EXPECT_EQ(picker.itemText(0), QStringLiteral("Haiku 4.5"));
+    EXPECT_EQ(picker.itemText(1), QStringLiteral("Sonnet 4.6"));
+    EXPECT_EQ(picker.itemText(2), QStringLiteral("Opus 4.6"));
+    EXPECT_EQ(picker.currentIndex(), 0);
+
+    QTest::keyClick(&picker, Qt::Key_Down);
+    EXPECT_EQ(settings.selectedModel(), ClaudeModel(ClaudeModel::sonnet));
+    // And the other way: a change made elsewhere shows.
+    settings.setSelectedModel(ClaudeModel::opus);
+    EXPECT_EQ(picker.currentText(), QStringLiteral("Opus 4.6"));
+}
+
+TEST_F(SettingsViewTest, EveryKeystrokeInThePromptIsStoredAndResetRestoresTheDefault) {
+    QPlainTextEdit& editor = *ai().promptEditor();
+    EXPECT_EQ(editor.toPlainText(), AppSettings::defaultSystemPrompt);
+    editor.selectAll();
+    QTest::keyClicks(&editor, QStringLiteral("Be"));
+    EXPECT_EQ(settings.systemPrompt(), QStringLiteral("Be"));
+    QTest::keyClick(&editor, Qt::Key_Exclam);
+    EXPECT_EQ(settings.systemPrompt(), QStringLiteral("Be!"));
+
+    QTest::mouseClick(ai().resetButton(), Qt::LeftButton);
+    EXPECT_EQ(settings.systemPrompt(), AppSettings::defaultSystemPrompt);
+    EXPECT_EQ(editor.toPlainText(), AppSettings::defaultSystemPrompt);
+}
+
+TEST_F(SettingsViewTest, GetApiKeyOpensTheConsolePage) {
+    QTest::mouseClick(ai().keyPageLink(), Qt::LeftButton);
+    EXPECT_EQ(desktop.openedURLs(),
+              QList<QUrl>{QUrl(QStringLiteral("https://console.anthropic.com/settings/keys"))});
+}
+
+TEST_F(SettingsViewTest, SwitchesAreBoundBothWays) {
+    ui::GeneralSettingsTab& general = *view->generalTab();
+    QList<QAbstractButton*> switches;
+    for (QAbstractButton* b : general.findChildren<QAbstractButton*>()) {
+        if (b->isCheckable())
+            switches << b;
+    }
+    ASSERT_EQ(switches.size(), 3);
+    EXPECT_EQ(switches[0]->accessibleName(), QStringLiteral("Launch at Login"));
+    EXPECT_FALSE(switches[0]->isChecked());
+    EXPECT_TRUE(switches[1]->isChecked()) << "the menu-bar icon is shown by default";
+
+    QTest::mouseClick(switches[0], Qt::LeftButton);
+    EXPECT_TRUE(settings.launchAtLogin());
+    EXPECT_TRUE(loginItem.isRegistered());
+    QTest::mouseClick(switches[1], Qt::LeftButton);
+    EXPECT_FALSE(settings.showMenuBarIcon());
+
+    settings.setAutoFixOnTrigger(true);
+    EXPECT_TRUE(switches[2]->isChecked());
+}
+
+TEST_F(SettingsViewTest, ThePermissionRowFollowsTrustOnlyWhenDrawnAgain) {
+    desktop.setTrusted(false);
+    view->hide();
+    view->show();
+    ui::GeneralSettingsTab& general = *view->generalTab();
+    EXPECT_TRUE(labelTexts(&general).contains(QStringLiteral("Not Enabled")));
+    const auto tiles = general.findChildren<ui::SettingsIcon*>();
+    const auto lock = std::find_if(tiles.begin(), tiles.end(), [](const ui::SettingsIcon* t) {
+        return t->icon() == QStringLiteral("lock.shield.fill");
+    });
+    ASSERT_NE(lock, tiles.end());
+    EXPECT_EQ((*lock)->color(), ui::colors::red());
+
+    desktop.setTrusted(true);
+    testutil::processEventsFor(100ms);
+    EXPECT_TRUE(labelTexts(&general).contains(QStringLiteral("Not Enabled"))) << "no polling";
+
+    view->setCurrentTab(1);
+    view->setCurrentTab(0);
+    EXPECT_TRUE(labelTexts(&general).contains(QStringLiteral("Enabled")));
+    EXPECT_EQ((*lock)->color(), ui::colors::green());
+}
+
+TEST_F(SettingsViewTest, RestartAndOpenSettingsRunTheirCommands) {
+    QPushButton* restart = buttonTitled(QStringLiteral("Restart App"));
+    QPushButton* open = buttonTitled(QStringLiteral("Open System Settings"));
+    ASSERT_TRUE(restart && open);
+    QTest::mouseClick(restart, Qt::LeftButton);
+    EXPECT_EQ(restarts, 1);
+    QTest::mouseClick(open, Qt::LeftButton);
+    EXPECT_EQ(openSettingsCalls, 1);
+    EXPECT_EQ(QApplication::activeModalWidget(), nullptr) << "no hint when the page opened";
+}
+
+TEST_F(SettingsViewTest, WithoutAccessibilitySettingsTheUserGetsAHint) {
+    settingsToolExists = false;
+    QString shownText;
+    QTimer::singleShot(0, [&] {
+        testutil::waitUntil([] { return QApplication::activeModalWidget() != nullptr; }, 2s);
+        if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+            shownText = box->text();
+            box->accept();
+        }
+    });
+    QTest::mouseClick(buttonTitled(QStringLiteral("Open System Settings")), Qt::LeftButton);
+    EXPECT_EQ(openSettingsCalls, 1);
+    EXPECT_EQ(shownText, QStringLiteral("No accessibility settings were found on this desktop."));
+}

@@ -1,0 +1,53 @@
+#include "ui/DesktopCommands.h"
+
+#include <QCoreApplication>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QStringList>
+
+namespace ui::desktop {
+
+namespace {
+
+struct SettingsTool {
+    const char* desktop; // as named in XDG_CURRENT_DESKTOP
+    const char* program;
+    const char* argument; // the accessibility page
+};
+
+constexpr SettingsTool tools[] = {
+    {"GNOME", "gnome-control-center", "universal-access"},
+    {"KDE", "systemsettings", "kcm_access"},
+    {"KDE", "systemsettings5", "kcm_access"},
+};
+
+bool launch(const SettingsTool& tool) {
+    const QString program = QStandardPaths::findExecutable(QString::fromLatin1(tool.program));
+    return !program.isEmpty() &&
+           QProcess::startDetached(program, {QString::fromLatin1(tool.argument)});
+}
+
+} // namespace
+
+bool openAccessibilitySettings() {
+    // The current desktop's own tool first, then whichever is installed.
+    const QStringList current =
+        qEnvironmentVariable("XDG_CURRENT_DESKTOP").toUpper().split(QLatin1Char(':'));
+    for (const SettingsTool& tool : tools) {
+        if (current.contains(QString::fromLatin1(tool.desktop)) && launch(tool))
+            return true;
+    }
+    for (const SettingsTool& tool : tools) {
+        if (launch(tool))
+            return true;
+    }
+    return false;
+}
+
+void relaunchApplication() {
+    QProcess::startDetached(QCoreApplication::applicationFilePath(),
+                            QCoreApplication::arguments().mid(1));
+    QCoreApplication::quit();
+}
+
+} // namespace ui::desktop
