@@ -243,7 +243,7 @@ std::optional<QString> Shortcut::keyToCharacter() const {
         return std::nullopt;
     if (specialKey(carbonKeyCode))
         return std::nullopt;
-    const auto text = detail::runtime().keyboardLayoutPort().characters(
+    auto text = detail::runtime().keyboardLayoutPort().characters(
         static_cast<std::uint16_t>(carbonKeyCode));
     if (!text || support::graphemeCount(*text) != 1)
         return std::nullopt;

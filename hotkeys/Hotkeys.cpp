@@ -65,7 +65,7 @@ std::optional<QString> encode(const Shortcut& shortcut) {
 // The entry under the name's key: a QString (the shortcut's JSON), a Boolean (the false marker;
 // the INI file gives it back as the bare word), something else, or invalid when absent.
 QVariant storedValue(const Name& name) {
-    const QVariant value = detail::openDefaults()->value(name.storageKey());
+    QVariant value = detail::openDefaults()->value(name.storageKey());
     if (value.typeId() == QMetaType::QString) {
         const QString text = value.toString();
         if (text == QLatin1StringView("false") || text == QLatin1StringView("true"))

@@ -60,7 +60,7 @@ const QString& BundleFinder::bundlePath() {
             candidates << QCoreApplication::applicationDirPath();
         candidates << QStringLiteral(":");
         for (const QString& folder : candidates) {
-            const QString candidate = folder + u'/' + bundleName;
+            QString candidate = folder + u'/' + bundleName;
             if (QDir(candidate).exists())
                 return candidate;
         }

@@ -95,7 +95,7 @@ void setPorts(Ports ports) {
         state.ports.keyboardLayout = std::move(ports.keyboardLayout);
 }
 
-void testing::resetState(Ports ports) {
+void resetStateForTesting(Ports ports) {
     detail::replaceRuntime(std::move(ports));
 }
 

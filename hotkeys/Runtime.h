@@ -31,7 +31,7 @@ using Sink = std::function<void(EventType)>;
 using Sinks = QHash<QUuid, Sink>;
 
 struct Runtime {
-    explicit Runtime(Ports ports);
+    explicit Runtime(Ports given);
     ~Runtime();
     Runtime(const Runtime&) = delete;
     Runtime& operator=(const Runtime&) = delete;

@@ -100,8 +100,8 @@ struct Shortcut {
     // The modifiers as event flags.
     [[nodiscard]] EventFlags modifiers() const { return fromCarbon(carbonModifiers); }
 
-    // What the user sees: the modifier symbols (⌃⌥⇧⌘🌐︎, in that order) and the key's name
-    // or character, e.g. ⇧⌘J.
+    // What the user sees: the modifier symbols (⌃⌥⇧⌘🌐︎, in that order) and the key's
+    // name or character, e.g. ⇧⌘J.
     [[nodiscard]] QString description() const;
     // The character the key types on the current layout, ignoring the modifiers; none for a
     // special key, or when the key types no single character.

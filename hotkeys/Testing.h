@@ -2,12 +2,11 @@
 
 #include "hotkeys/Hotkeys.h"
 
-// For tests only.
-namespace Hotkeys::testing {
+namespace Hotkeys {
 
-// Drops all of the subsystem's process-wide state (registrations, actions, streams, flags,
-// menu observers, once-created names) and starts afresh over the given ports. The defaults
-// store is left alone.
-void resetState(Ports ports);
+// For tests only: drops all of the subsystem's process-wide state (registrations, actions,
+// streams, flags, menu observers, once-created names) and starts afresh over the given ports.
+// The defaults store is left alone.
+void resetStateForTesting(Ports ports);
 
-} // namespace Hotkeys::testing
+} // namespace Hotkeys

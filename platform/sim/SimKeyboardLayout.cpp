@@ -20,8 +20,9 @@ std::optional<QString> SimKeyboardLayout::characters(std::uint16_t virtualKey) {
     return QString(); // a key without text (Return, arrows, modifiers, media keys)
 }
 
-void SimKeyboardLayout::setCharacters(std::uint16_t virtualKey, std::optional<QString> text) {
-    overrides_.insert(virtualKey, std::move(text));
+void SimKeyboardLayout::setCharacters(std::uint16_t virtualKey,
+                                      const std::optional<QString>& text) {
+    overrides_.insert(virtualKey, text);
 }
 
 void SimKeyboardLayout::reset() {

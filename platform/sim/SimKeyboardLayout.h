@@ -15,7 +15,7 @@ public:
     // Without a layout every translation fails.
     void setAvailable(bool available) { available_ = available; }
     // What the key types from now on; none makes its translation fail.
-    void setCharacters(std::uint16_t virtualKey, std::optional<QString> text);
+    void setCharacters(std::uint16_t virtualKey, const std::optional<QString>& text);
     // Back to the plain US layout.
     void reset();
 

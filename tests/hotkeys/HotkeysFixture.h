@@ -21,7 +21,7 @@ public:
 protected:
     void SetUp() override {
         store().clear();
-        Hotkeys::testing::resetState({hotKeys, layout});
+        Hotkeys::resetStateForTesting({hotKeys, layout});
         changes = support::NotificationCenter::defaultCenter().addObserver(
             QString::fromLatin1(Hotkeys::shortcutByNameDidChange),
             [this](const support::Notification& notification) {
@@ -32,12 +32,12 @@ protected:
 
     void TearDown() override {
         changes.reset();
-        Hotkeys::testing::resetState({});
+        Hotkeys::resetStateForTesting({});
         store().clear();
     }
 
     // Restarts the subsystem over the same store and desktop, as a new launch would.
-    void relaunch() { Hotkeys::testing::resetState({hotKeys, layout}); }
+    void relaunch() { Hotkeys::resetStateForTesting({hotKeys, layout}); }
 
     std::shared_ptr<platform::sim::SimHotKeys> hotKeys =
         std::make_shared<platform::sim::SimHotKeys>();

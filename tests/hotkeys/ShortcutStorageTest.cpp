@@ -10,7 +10,6 @@
 #include <set>
 
 using namespace Hotkeys;
-using platform::sim::SimHotKeys;
 
 namespace {
 
