@@ -7,13 +7,12 @@
 #include "platform/VirtualKeys.h"
 #include "platform/x11/X11KeyboardLayout.h"
 #include "support/Log.h"
+#include "tests/common/ChildProcess.h"
 #include "tests/common/TestUtil.h"
 
 #include <QMenu>
 #include <QSettings>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <xcb/xcb.h>
 
 using namespace Hotkeys;
@@ -31,25 +30,12 @@ public:
     bool openFolder(const QString&) override { return false; }
 };
 
-// Runs a command to its end while the event loop keeps running. posix_spawn rather than
-// QProcess: a forked copy of this many-threaded process is not something ThreadSanitizer allows.
+// Runs a command to its end.
 void run(const QString& program, const QStringList& arguments) {
-    std::vector<QByteArray> storage{program.toLocal8Bit()};
-    for (const QString& argument : arguments)
-        storage.push_back(argument.toLocal8Bit());
-    std::vector<char*> argv;
-    argv.reserve(storage.size() + 1);
-    for (QByteArray& item : storage)
-        argv.push_back(item.data());
-    argv.push_back(nullptr);
-    pid_t pid = 0;
-    ASSERT_EQ(posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ), 0)
-        << program.toStdString();
-    int status = 0;
-    ASSERT_TRUE(testutil::waitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }))
-        << program.toStdString() << " did not finish";
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
-        << program.toStdString() << ' ' << arguments.join(u' ').toStdString() << " failed";
+    const auto result = testutil::ChildProcess::run(program, arguments);
+    ASSERT_TRUE(result.finished && result.exitCode == 0)
+        << program.toStdString() << ' ' << arguments.join(u' ').toStdString()
+        << " failed: " << result.err.toStdString();
 }
 
 void xdotool(const QStringList& arguments) {
