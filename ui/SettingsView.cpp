@@ -1,5 +1,6 @@
 #include "ui/SettingsView.h"
 
+#include "hotkeys/Recorder.h"
 #include "platform/Accessibility.h"
 #include "platform/Workspace.h"
 #include "service/AppSettings.h"
@@ -160,10 +161,12 @@ protected:
 
 GeneralSettingsTab::GeneralSettingsTab(AppSettings& settings,
                                        platform::AccessibilityPort& accessibility,
-                                       Commands commands, QWidget* parent)
+                                       const Hotkeys::Name& triggerName, Commands commands,
+                                       QWidget* parent)
     : FormPage(parent), settings_(settings), accessibility_(accessibility),
       commands_(std::move(commands)), launchAtLogin_(new ToggleSwitch),
       showMenuBarIcon_(new ToggleSwitch), autoFix_(new ToggleSwitch),
+      recorder_(new Hotkeys::Recorder(triggerName)),
       permissionIcon_(new SettingsIcon(QStringLiteral("lock.shield.fill"), colors::green())),
       permissionDot_(new StatusDot), permissionText_(new QLabel) {
     const auto switchRow = [](FormSection* section, const QString& icon, const QColor& color,
@@ -194,6 +197,7 @@ GeneralSettingsTab::GeneralSettingsTab(AppSettings& settings,
     shortcutRow->addWidget(new SettingsIcon(QStringLiteral("keyboard.fill"), colors::purple()));
     shortcutRow->addWidget(text(QStringLiteral("Trigger Shortcut")));
     shortcutRow->addStretch();
+    shortcutRow->addWidget(recorder_);
 
     FormSection* permission = addSection();
     QHBoxLayout* permissionRow = permission->addRow();
@@ -402,9 +406,10 @@ void AISettingsTab::refresh() {
 
 SettingsView::SettingsView(AppSettings& settings, platform::WorkspacePort& workspace,
                            platform::AccessibilityPort& accessibility,
-                           GeneralSettingsTab::Commands commands, QWidget* parent)
+                           const Hotkeys::Name& triggerName, GeneralSettingsTab::Commands commands,
+                           QWidget* parent)
     : QWidget(parent), tabBar_(new QTabBar), pages_(new QStackedWidget),
-      general_(new GeneralSettingsTab(settings, accessibility, std::move(commands))),
+      general_(new GeneralSettingsTab(settings, accessibility, triggerName, std::move(commands))),
       ai_(new AISettingsTab(settings, workspace)) {
     setFixedSize(viewWidth, viewHeight);
     QFont font = this->font();
@@ -433,6 +438,10 @@ SettingsView::SettingsView(AppSettings& settings, platform::WorkspacePort& works
     layout->addLayout(bar);
     layout->addWidget(new Hairline);
     layout->addWidget(pages_);
+}
+
+Hotkeys::RecorderField* SettingsView::recorderField() const {
+    return general_->recorder()->field();
 }
 
 void SettingsView::setCurrentTab(int index) {

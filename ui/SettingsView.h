@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hotkeys/Hotkeys.h"
 #include "ui/SettingsForm.h"
 
 #include <QWidget>
@@ -14,6 +15,11 @@ class QPlainTextEdit;
 class QPushButton;
 class QStackedWidget;
 class QTabBar;
+
+namespace Hotkeys {
+class Recorder;
+class RecorderField;
+} // namespace Hotkeys
 
 namespace platform {
 class AccessibilityPort;
@@ -41,11 +47,14 @@ public:
         std::function<void()> restartApp;
     };
 
+    // `triggerName`: the shortcut name the recorder of the "Trigger Shortcut" row edits.
     GeneralSettingsTab(AppSettings& settings, platform::AccessibilityPort& accessibility,
-                       Commands commands, QWidget* parent = nullptr);
+                       const Hotkeys::Name& triggerName, Commands commands,
+                       QWidget* parent = nullptr);
 
     // Asks the accessibility port again and shows the answer.
     void refreshPermission();
+    [[nodiscard]] Hotkeys::Recorder* recorder() const { return recorder_; }
 
 protected:
     void showEvent(QShowEvent* event) override;
@@ -60,6 +69,7 @@ private:
     ToggleSwitch* launchAtLogin_;
     ToggleSwitch* showMenuBarIcon_;
     ToggleSwitch* autoFix_;
+    Hotkeys::Recorder* recorder_;
     SettingsIcon* permissionIcon_;
     QWidget* permissionDot_;
     QLabel* permissionText_;
@@ -116,9 +126,10 @@ public:
     static constexpr int viewWidth = 450;
     static constexpr int viewHeight = 340;
 
-    // Without commands, the desktop's own are used (see DesktopCommands.h).
+    // `triggerName`: the trigger shortcut's name, for its recorder. Without commands, the
+    // desktop's own are used (see DesktopCommands.h).
     SettingsView(AppSettings& settings, platform::WorkspacePort& workspace,
-                 platform::AccessibilityPort& accessibility,
+                 platform::AccessibilityPort& accessibility, const Hotkeys::Name& triggerName,
                  GeneralSettingsTab::Commands commands = {}, QWidget* parent = nullptr);
 
     // 0 "General", 1 "AI".
@@ -126,6 +137,7 @@ public:
     [[nodiscard]] int currentTab() const;
     [[nodiscard]] QTabBar* tabBar() const { return tabBar_; }
     [[nodiscard]] GeneralSettingsTab* generalTab() const { return general_; }
+    [[nodiscard]] Hotkeys::RecorderField* recorderField() const;
     [[nodiscard]] AISettingsTab* aiTab() const { return ai_; }
 
 private:

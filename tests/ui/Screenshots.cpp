@@ -3,7 +3,10 @@
 // application beneath.
 // Usage: ui_screenshots OUTPUT_DIR
 #include "app/MenuBarView.h"
+#include "hotkeys/Testing.h"
 #include "platform/sim/SimDesktop.h"
+#include "platform/sim/SimHotKeys.h"
+#include "platform/sim/SimKeyboardLayout.h"
 #include "platform/sim/SimLoginItem.h"
 #include "service/AppSettings.h"
 #include "ui/ActionPickerView.h"
@@ -172,10 +175,14 @@ bool shootSettings(const QString& dir) {
     settings.setApiKey(QStringLiteral("sk-ant-api03-example"));
     platform::sim::SimDesktop desktop;
     desktop.setTrusted(false);
+    Hotkeys::resetStateForTesting({std::make_shared<platform::sim::SimHotKeys>(),
+                                   std::make_shared<platform::sim::SimKeyboardLayout>()});
+    QSettings(QStringLiteral("Mendwise"), QStringLiteral("Mendwise")).clear();
+    const Hotkeys::Name trigger(QStringLiteral("triggerMendwise"), Hotkeys::Shortcut(38, 0x300));
 
     QWidget window;
     window.setWindowFlag(Qt::FramelessWindowHint);
-    auto* view = new ui::SettingsView(settings, desktop, desktop, {}, &window);
+    auto* view = new ui::SettingsView(settings, desktop, desktop, trigger, {}, &window);
     window.resize(view->size());
     window.show();
     settle(300);

@@ -2,7 +2,11 @@
 // desktop, offscreen.
 #include "ui/SettingsView.h"
 
+#include "hotkeys/RecorderField.h"
+#include "hotkeys/Testing.h"
 #include "platform/sim/SimDesktop.h"
+#include "platform/sim/SimHotKeys.h"
+#include "platform/sim/SimKeyboardLayout.h"
 #include "platform/sim/SimLoginItem.h"
 #include "service/AppSettings.h"
 #include "tests/common/TestUtil.h"
@@ -36,14 +40,23 @@ protected:
                    loginItem) {}
 
     void SetUp() override {
+        QSettings(QStringLiteral("Mendwise"), QStringLiteral("Mendwise")).clear();
+        Hotkeys::resetStateForTesting({hotKeys, layout});
+        trigger = Hotkeys::Name(QStringLiteral("triggerMendwise"), Hotkeys::Shortcut(38, 0x300));
         view = std::make_unique<ui::SettingsView>(
-            settings, desktop, desktop,
+            settings, desktop, desktop, trigger,
             ui::GeneralSettingsTab::Commands{[this] {
                                                  ++openSettingsCalls;
                                                  return settingsToolExists;
                                              },
                                              [this] { ++restarts; }});
         view->show();
+    }
+
+    void TearDown() override {
+        view.reset();
+        Hotkeys::resetStateForTesting({});
+        QSettings(QStringLiteral("Mendwise"), QStringLiteral("Mendwise")).clear();
     }
 
     ui::AISettingsTab& ai() {
@@ -71,6 +84,11 @@ protected:
     platform::sim::SimLoginItem loginItem;
     AppSettings settings;
     platform::sim::SimDesktop desktop;
+    std::shared_ptr<platform::sim::SimHotKeys> hotKeys =
+        std::make_shared<platform::sim::SimHotKeys>();
+    std::shared_ptr<platform::sim::SimKeyboardLayout> layout =
+        std::make_shared<platform::sim::SimKeyboardLayout>();
+    Hotkeys::Name trigger;
     std::unique_ptr<ui::SettingsView> view;
     int openSettingsCalls = 0;
     bool settingsToolExists = true;
@@ -86,6 +104,14 @@ TEST_F(SettingsViewTest, IsAFixedSizeViewWithTwoTabs) {
     EXPECT_EQ(view->tabBar()->tabText(0), QStringLiteral("General"));
     EXPECT_EQ(view->tabBar()->tabText(1), QStringLiteral("AI"));
     EXPECT_EQ(view->currentTab(), 0);
+}
+
+TEST_F(SettingsViewTest, TheShortcutRowHoldsTheTriggersRecorderIdleUntilClicked) {
+    Hotkeys::RecorderField* field = view->recorderField();
+    EXPECT_EQ(field->shortcutName().rawValue(), QStringLiteral("triggerMendwise"));
+    EXPECT_EQ(field->text(), QStringLiteral("⇧⌘J"));
+    testutil::processEventsFor(50ms);
+    EXPECT_FALSE(field->isRecording()) << "opening the window does not start recording";
 }
 
 TEST_F(SettingsViewTest, SaveIsEnabledOnlyWhileTheFieldDiffersFromTheStoredKey) {

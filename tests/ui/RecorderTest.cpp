@@ -1,0 +1,349 @@
+// The shortcut recorder in a window, over the simulated hot keys and a US layout, offscreen.
+#include "hotkeys/Recorder.h"
+
+#include "hotkeys/RecorderField.h"
+#include "hotkeys/Testing.h"
+#include "platform/sim/SimHotKeys.h"
+#include "platform/sim/SimKeyboardLayout.h"
+#include "support/NotificationCenter.h"
+#include "tests/common/TestUtil.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QLineEdit>
+#include <QMainWindow>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QSettings>
+#include <QTest>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+using Hotkeys::RecorderField;
+using Hotkeys::Shortcut;
+
+namespace {
+
+QSettings& defaultsStore() {
+    static QSettings settings(QStringLiteral("Mendwise"), QStringLiteral("Mendwise"));
+    return settings;
+}
+
+// A window with a text field, the recorder and another text field, in that focus order.
+class RecorderTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        defaultsStore().clear();
+        Hotkeys::resetStateForTesting({hotKeys, layout});
+        activity = support::NotificationCenter::defaultCenter().addObserver(
+            QString::fromLatin1(Hotkeys::recorderActiveStatusDidChange),
+            [this](const support::Notification& n) {
+                statuses.append(n.userInfo.value(QStringLiteral("isActive")).toBool());
+            });
+
+        auto* column = new QVBoxLayout(&window);
+        before = new QLineEdit;
+        recorder = new Hotkeys::Recorder(
+            name, [this](const std::optional<Shortcut>& shortcut) { changes.append(shortcut); });
+        after = new QLineEdit;
+        column->addWidget(before);
+        column->addWidget(recorder);
+        column->addWidget(after);
+        field()->setEnvironment({std::nullopt, false, [this] { ++beeps; }});
+        window.show();
+        window.activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+        testutil::processEventsFor(20ms);
+        before->setFocus();
+        statuses.clear();
+    }
+
+    void TearDown() override {
+        activity.reset();
+        Hotkeys::resetStateForTesting({});
+        defaultsStore().clear();
+    }
+
+    RecorderField* field() const { return recorder->field(); }
+
+    void startRecording() {
+        QTest::mouseClick(field(), Qt::LeftButton, {}, field()->rect().center());
+        ASSERT_TRUE(field()->isRecording());
+    }
+
+    // The stored entry, as text.
+    QString stored() const {
+        return defaultsStore().value(QStringLiteral("Hotkeys_test")).toString();
+    }
+
+    // Answers the next alert with the button of that title, and keeps its message.
+    void answerNextAlert(const QString& buttonTitle) {
+        auto* poll = new QTimer(&window);
+        poll->setInterval(10);
+        QObject::connect(poll, &QTimer::timeout, poll, [this, poll, buttonTitle] {
+            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            if (!box)
+                return;
+            alertText = box->text();
+            alertButtons.clear();
+            for (QAbstractButton* b : box->buttons())
+                alertButtons << b->text();
+            for (QAbstractButton* b : box->buttons()) {
+                if (b->text() == buttonTitle)
+                    b->click();
+            }
+            poll->deleteLater();
+        });
+        poll->start();
+    }
+
+    std::shared_ptr<platform::sim::SimHotKeys> hotKeys =
+        std::make_shared<platform::sim::SimHotKeys>();
+    std::shared_ptr<platform::sim::SimKeyboardLayout> layout =
+        std::make_shared<platform::sim::SimKeyboardLayout>();
+    Hotkeys::Name name{QStringLiteral("test")};
+    QWidget window;
+    QLineEdit* before = nullptr;
+    Hotkeys::Recorder* recorder = nullptr;
+    QLineEdit* after = nullptr;
+    QList<std::optional<Shortcut>> changes;
+    QList<bool> statuses;
+    support::Observation activity;
+    int beeps = 0;
+    QString alertText;
+    QStringList alertButtons;
+};
+
+const Shortcut commandShiftJ(38, 0x300);
+
+} // namespace
+
+TEST_F(RecorderTest, AClickStartsRecording) {
+    EXPECT_EQ(field()->placeholderText(), QStringLiteral("Record Shortcut"));
+    startRecording();
+    EXPECT_EQ(field()->placeholderText(), QStringLiteral("Press Shortcut"));
+    // No caret: the field looks the same across a whole blink period.
+    const QImage first = field()->grab().toImage();
+    bool steady = true;
+    for (int i = 0; i < 12 && steady; ++i) {
+        testutil::processEventsFor(100ms);
+        steady = field()->grab().toImage() == first;
+    }
+    EXPECT_TRUE(steady) << "the caret is hidden while recording";
+    EXPECT_EQ(statuses, QList<bool>{true});
+    EXPECT_TRUE(Hotkeys::recorderIsActive());
+    EXPECT_EQ(field()->alignment(), Qt::AlignCenter);
+    EXPECT_EQ(field()->sizeHint().width(), 130);
+}
+
+TEST_F(RecorderTest, CommandShiftJIsStoredShownReportedAndEndsRecording) {
+    startRecording();
+    QTest::keyClick(field(), Qt::Key_J, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":38,\"carbonModifiers\":768}"));
+    EXPECT_EQ(field()->text(), QStringLiteral("⇧⌘J"));
+    ASSERT_EQ(changes.size(), 1);
+    EXPECT_EQ(changes[0], std::optional<Shortcut>(commandShiftJ));
+    EXPECT_FALSE(field()->isRecording());
+    EXPECT_EQ(statuses, (QList<bool>{true, false}));
+    EXPECT_FALSE(Hotkeys::recorderIsActive());
+    EXPECT_EQ(field()->placeholderText(), QStringLiteral("Record Shortcut"));
+    EXPECT_TRUE(hotKeys->isRegistered(38, 0x300));
+}
+
+TEST_F(RecorderTest, KeysWithoutControlOptionOrCommandAreRefusedWithABeep) {
+    startRecording();
+    QTest::keyClick(field(), Qt::Key_J);
+    QTest::keyClick(field(), Qt::Key_J, Qt::ShiftModifier);
+    QTest::keyClick(field(), Qt::Key_Return);
+    QTest::keyClick(field(), Qt::Key_Left);
+    EXPECT_EQ(beeps, 4);
+    EXPECT_TRUE(field()->isRecording());
+    EXPECT_TRUE(changes.isEmpty());
+    EXPECT_EQ(stored(), QString());
+    EXPECT_EQ(field()->text(), QString()) << "no key is typed into the field";
+}
+
+TEST_F(RecorderTest, FunctionKeysAreTakenAloneAndF12SkipsTheSystemCheck) {
+    // F12 alone is reserved by the system here; it is taken all the same.
+    hotKeys->setSymbolicHotKeys({{true, 111, 0}});
+    startRecording();
+    QTest::keyClick(field(), Qt::Key_F5);
+    EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":96,\"carbonModifiers\":0}"));
+    EXPECT_EQ(field()->text(), QStringLiteral("F5"));
+
+    startRecording();
+    QTest::keyClick(field(), Qt::Key_F12);
+    EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":111,\"carbonModifiers\":0}"));
+    EXPECT_EQ(beeps, 0);
+    EXPECT_EQ(changes.size(), 2);
+}
+
+TEST_F(RecorderTest, EscapeEndsRecordingAndKeepsTheShortcut) {
+    Hotkeys::setShortcut(commandShiftJ, name);
+    EXPECT_EQ(field()->text(), QStringLiteral("⇧⌘J")) << "follows the stored shortcut";
+    startRecording();
+    QTest::keyClick(field(), Qt::Key_Escape);
+    EXPECT_FALSE(field()->isRecording());
+    EXPECT_FALSE(field()->hasFocus());
+    EXPECT_EQ(Hotkeys::shortcut(name), std::optional<Shortcut>(commandShiftJ));
+    EXPECT_TRUE(changes.isEmpty());
+}
+
+TEST_F(RecorderTest, DeleteOrBackspaceClearsTheShortcutAndRecordsAgain) {
+    for (Qt::Key key : {Qt::Key_Backspace, Qt::Key_Delete}) {
+        SCOPED_TRACE(key);
+        Hotkeys::setShortcut(commandShiftJ, name);
+        changes.clear();
+        startRecording();
+        statuses.clear();
+        QTest::keyClick(field(), key);
+        EXPECT_EQ(Hotkeys::shortcut(name), std::nullopt);
+        EXPECT_FALSE(defaultsStore().contains(QStringLiteral("Hotkeys_test")))
+            << "a name without default keeps no entry";
+        EXPECT_EQ(changes, QList<std::optional<Shortcut>>{std::nullopt});
+        EXPECT_EQ(field()->text(), QString());
+        EXPECT_TRUE(field()->isRecording()) << "recording goes on at once";
+        EXPECT_FALSE(hotKeys->isRegistered(38, 0x300));
+        QTest::keyClick(field(), Qt::Key_Escape);
+    }
+}
+
+TEST_F(RecorderTest, TabEndsRecordingAndStillMovesTheFocus) {
+    startRecording();
+    QTest::keyClick(field(), Qt::Key_Tab);
+    EXPECT_FALSE(field()->isRecording());
+    EXPECT_TRUE(after->hasFocus());
+    EXPECT_EQ(beeps, 0);
+}
+
+TEST_F(RecorderTest, AClickJustOutsideIsToleratedAndOneFurtherOutEndsRecording) {
+    startRecording();
+    const QRect frame = field()->geometry();
+    const QPoint right(frame.right() + 1, frame.center().y());
+    QTest::mouseClick(&window, Qt::LeftButton, {},
+                      field()->parentWidget()->mapTo(&window, right + QPoint(2, 0)));
+    EXPECT_TRUE(field()->isRecording()) << "2 points outside";
+    QTest::mouseClick(&window, Qt::LeftButton, {},
+                      field()->parentWidget()->mapTo(&window, right + QPoint(4, 0)));
+    EXPECT_FALSE(field()->isRecording()) << "4 points outside";
+}
+
+TEST_F(RecorderTest, AShortcutOfAMenuItemIsRefusedWithAnAlert) {
+    QMainWindow mainWindow;
+    QMenu* file = mainWindow.menuBar()->addMenu(QStringLiteral("&File"));
+    QAction* quit = file->addAction(QStringLiteral("&Quit"));
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    int quits = 0;
+    QObject::connect(quit, &QAction::triggered, [&] { ++quits; });
+
+    startRecording();
+    answerNextAlert(QStringLiteral("OK"));
+    QTest::keyClick(field(), Qt::Key_Q, Qt::ControlModifier);
+    EXPECT_EQ(alertText, QStringLiteral("This keyboard shortcut cannot be used as it's already "
+                                        "used by the “Quit” menu item."));
+    EXPECT_EQ(alertButtons, QStringList{QStringLiteral("OK")});
+    EXPECT_EQ(stored(), QString());
+    EXPECT_TRUE(changes.isEmpty());
+    EXPECT_EQ(quits, 0) << "the menu item does not run";
+    EXPECT_TRUE(testutil::waitUntil([&] { return field()->isRecording(); }, 2s))
+        << "recording starts again once the window is active again";
+}
+
+TEST_F(RecorderTest, OptionAloneIsRefusedInASandboxOnlyOnMacOS15Point0And15Point1) {
+    const auto press = [&](Qt::KeyboardModifiers modifiers) {
+        startRecording();
+        alertText.clear();
+        answerNextAlert(QStringLiteral("OK"));
+        QTest::keyClick(field(), Qt::Key_A, modifiers);
+        testutil::waitUntil([&] { return field()->isRecording(); }, 300ms);
+        const bool refused = !alertText.isEmpty();
+        if (field()->isRecording())
+            QTest::keyClick(field(), Qt::Key_Escape);
+        return refused;
+    };
+    const auto environment = [&](const char* version, bool sandboxed) {
+        field()->setEnvironment(
+            {QVersionNumber::fromString(QLatin1String(version)), sandboxed, [this] { ++beeps; }});
+    };
+
+    environment("15.1", true);
+    EXPECT_TRUE(press(Qt::AltModifier));
+    EXPECT_TRUE(alertText.startsWith(QLatin1String("This keyboard shortcut cannot be used: ")));
+    EXPECT_TRUE(press(Qt::AltModifier | Qt::ShiftModifier));
+    EXPECT_EQ(stored(), QString());
+    EXPECT_FALSE(press(Qt::AltModifier | Qt::ControlModifier)) << "Command+Option is fine";
+    EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":0,\"carbonModifiers\":2304}"));
+
+    environment("15.0", true);
+    EXPECT_TRUE(press(Qt::AltModifier));
+    environment("15.1", false);
+    EXPECT_FALSE(press(Qt::AltModifier)) << "not sandboxed";
+    environment("15.2", true);
+    EXPECT_FALSE(press(Qt::AltModifier));
+    environment("14.6", true);
+    EXPECT_FALSE(press(Qt::AltModifier));
+    EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":0,\"carbonModifiers\":2048}"));
+}
+
+TEST_F(RecorderTest, ASystemShortcutIsStoredOnlyWithTheSecondButton) {
+    // Command+Option+T reserved by the system.
+    hotKeys->setSymbolicHotKeys({{true, 17, 0x900}});
+    startRecording();
+    answerNextAlert(QStringLiteral("OK"));
+    QTest::keyClick(field(), Qt::Key_T, Qt::ControlModifier | Qt::AltModifier);
+    EXPECT_EQ(alertText, QStringLiteral("This keyboard shortcut cannot be used as it's already a "
+                                        "system-wide keyboard shortcut."));
+    EXPECT_EQ(alertButtons.size(), 2);
+    EXPECT_EQ(stored(), QString());
+    ASSERT_TRUE(testutil::waitUntil([&] { return field()->isRecording(); }, 2s));
+
+    answerNextAlert(QStringLiteral("Use Shortcut Anyway"));
+    QTest::keyClick(field(), Qt::Key_T, Qt::ControlModifier | Qt::AltModifier);
+    EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":17,\"carbonModifiers\":2304}"));
+    EXPECT_EQ(changes.size(), 1);
+    EXPECT_FALSE(field()->isRecording());
+}
+
+TEST_F(RecorderTest, TheWindowOpeningOrBecomingActiveDoesNotStartRecording) {
+    // A window whose only focusable control is the recorder.
+    QWidget alone;
+    auto* layoutAlone = new QVBoxLayout(&alone);
+    auto* only = new Hotkeys::Recorder(name);
+    layoutAlone->addWidget(only);
+    alone.show();
+    alone.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&alone));
+    testutil::processEventsFor(50ms);
+    EXPECT_FALSE(only->field()->isRecording());
+
+    window.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    alone.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&alone));
+    testutil::processEventsFor(50ms);
+    EXPECT_FALSE(only->field()->isRecording());
+    EXPECT_TRUE(statuses.isEmpty());
+
+    // A click still starts it.
+    QTest::mouseClick(only->field(), Qt::LeftButton);
+    EXPECT_TRUE(only->field()->isRecording());
+    // And the window resigning ends it.
+    window.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    EXPECT_FALSE(only->field()->isRecording());
+}
+
+TEST_F(RecorderTest, WhileRecordingShortcutActionsDoNotRun) {
+    Hotkeys::setShortcut(commandShiftJ, name);
+    int runs = 0;
+    Hotkeys::onKeyUp(name, [&] { ++runs; });
+    hotKeys->press(38, 0x300);
+    hotKeys->release(38, 0x300);
+    EXPECT_EQ(runs, 1);
+    startRecording();
+    hotKeys->press(38, 0x300);
+    hotKeys->release(38, 0x300);
+    EXPECT_EQ(runs, 1);
+}
