@@ -17,6 +17,11 @@
 // application (Qt gives up after 5 s). Do not block the GUI thread on a thread that uses this
 // port: the call would wait for `guiWait` and fail.
 //
+// Taking or clearing the selection first brings Qt's notion of the server time up to date
+// (Qt would otherwise use the time of the last event it saw, and the server ignores a claim
+// older than the current owner's, e.g. an editor's copy made meanwhile); this briefly runs the
+// GUI thread's event loop for X events. setString then asks the server who owns the selection.
+//
 // Construct and destroy on the GUI thread, after the QGuiApplication exists.
 namespace platform::x11 {
 
@@ -28,8 +33,8 @@ public:
     X11Pasteboard& operator=(const X11Pasteboard&) = delete;
 
     std::optional<QString> string() override;
-    // Leaves the selection owned by Mendwise with no data at all: every flavour is gone and a
-    // paste elsewhere inserts nothing.
+    // Leaves the selection without an owner: every flavour is gone and a paste elsewhere
+    // inserts nothing.
     void clearContents() override;
     // Takes the selection with this one text (X11 has one owner: whatever another application
     // offered is gone). False when Mendwise could not take the selection.

@@ -58,7 +58,7 @@ std::optional<RunningApplication> X11Workspace::frontmostApplication() {
     {
         const std::lock_guard lock(d_->display.mutex());
         const XWindowId window = d_->display.activeWindow();
-        if (window == 0)
+        if (window == 0 || !d_->display.windowExists(window))
             return std::nullopt;
         app.processIdentifier = d_->display.windowPid(window).value_or(-1);
         windowClass = d_->display.windowClass(window);

@@ -114,7 +114,7 @@ XWindowId XDisplay::activeWindow() {
 }
 
 XWindowId XDisplay::focusedClientWindow() {
-    if (const XWindowId active = activeWindow(); active != 0)
+    if (const XWindowId active = activeWindow(); active != 0 && windowExists(active))
         return active;
     if (display_ == nullptr)
         return 0;
@@ -150,6 +150,15 @@ XWindowId XDisplay::focusedClientWindow() {
         window = parent;
     }
     return 0;
+}
+
+bool XDisplay::windowExists(XWindowId window) {
+    if (display_ == nullptr || window == 0)
+        return false;
+    XWindowAttributes attributes{};
+    Status status = 0;
+    return checked([&] { status = XGetWindowAttributes(display_, window, &attributes); }) &&
+           status != 0;
 }
 
 std::optional<std::int32_t> XDisplay::windowPid(XWindowId window) {

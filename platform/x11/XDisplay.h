@@ -37,6 +37,8 @@ public:
     [[nodiscard]] XWindowId activeWindow();
     // The active window, else the client window that holds the input focus, or 0.
     [[nodiscard]] XWindowId focusedClientWindow();
+    // Whether the window still exists (window managers may leave a destroyed one active).
+    [[nodiscard]] bool windowExists(XWindowId window);
     [[nodiscard]] std::optional<std::int32_t> windowPid(XWindowId window);
     [[nodiscard]] std::optional<WindowClass> windowClass(XWindowId window);
     // _NET_WM_NAME, else WM_NAME.

@@ -16,19 +16,25 @@
 namespace x11test {
 
 std::optional<QString> run(const QString& program, const QStringList& arguments,
-                           std::chrono::milliseconds timeout) {
+                           std::chrono::milliseconds timeout, const QByteArray& input) {
     QProcess process;
     process.start(program, arguments);
     if (!process.waitForStarted(static_cast<int>(timeout.count())))
         return std::nullopt;
-    if (!process.waitForFinished(static_cast<int>(timeout.count()))) {
+    if (!input.isNull()) {
+        process.write(input);
+        process.closeWriteChannel();
+    }
+    // The event loop keeps running meanwhile: the program may ask this process for the
+    // clipboard, which Qt serves from it.
+    if (!testutil::waitUntil([&] { return process.state() == QProcess::NotRunning; }, timeout)) {
         process.kill();
         process.waitForFinished();
         return std::nullopt;
     }
     if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
         return std::nullopt;
-    return QString::fromLocal8Bit(process.readAllStandardOutput());
+    return QString::fromUtf8(process.readAllStandardOutput());
 }
 
 void xdotool(const QStringList& arguments) {

@@ -13,10 +13,12 @@ namespace x11test {
 
 using namespace std::chrono_literals;
 
-// Runs a program to its end (at most `timeout`) and returns its standard output; none when it
-// could not start, timed out or failed.
+// Runs a program to its end (at most `timeout`, the event loop running) with `input` on its
+// standard input, and returns its standard output; none when it could not start, timed out or
+// failed.
 std::optional<QString> run(const QString& program, const QStringList& arguments,
-                           std::chrono::milliseconds timeout = 10s);
+                           std::chrono::milliseconds timeout = 10s,
+                           const QByteArray& input = QByteArray());
 // xdotool with these arguments; fails the current test when xdotool does.
 void xdotool(const QStringList& arguments);
 
@@ -57,6 +59,9 @@ std::unique_ptr<App> startQtTextApp(const QString& text, int selectStart, int se
 // sentinel is ready and the terminal's window active. `command` is the terminal and its
 // options up to the one that runs a program ("-e").
 std::unique_ptr<App> startTerminal(const QStringList& command, const QString& report);
+
+// The keyboard layout group locked now (0 is the first layout), -1 when unknown.
+int lockedLayoutGroup();
 
 // The text content of a file, empty when there is none.
 QString readFile(const QString& path);

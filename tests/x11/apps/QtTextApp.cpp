@@ -32,7 +32,8 @@ public:
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override {
-        if (event->type() == QEvent::KeyPress && watched->isWidgetType()) {
+        // Only where the key is delivered first: unhandled keys travel on to the parents.
+        if (event->type() == QEvent::KeyPress && watched == QApplication::focusWidget()) {
             const auto* key = static_cast<QKeyEvent*>(event);
             if (!key->isAutoRepeat() && !isModifier(key->key()))
                 report(QStringLiteral("key:") +
