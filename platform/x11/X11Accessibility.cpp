@@ -808,9 +808,10 @@ bool X11Accessibility::isProcessTrustedWithPrompt() {
         return isProcessTrusted();
     if (d_->setEnabled(true)) {
         support::log(QStringLiteral(
-            "[Accessibility] ✅ Switched on the desktop's accessibility support (AT-SPI). Desktops "
-            "that keep it in GSettings keep it on; to switch it on for good yourself: gsettings "
-            "set org.gnome.desktop.interface toolkit-accessibility true"));
+            "[Accessibility] ✅ Switched on the desktop's accessibility support (AT-SPI). Qt "
+            "applications started before need a restart. Desktops that keep it in GSettings keep "
+            "it on; to switch it on for good yourself: gsettings set "
+            "org.gnome.desktop.interface toolkit-accessibility true"));
     } else {
         support::log(QStringLiteral(
             "[Accessibility] ❌ Could not switch on the desktop's accessibility support. Run: "
