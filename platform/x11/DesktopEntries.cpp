@@ -29,8 +29,9 @@ QString programOf(const QString& exec) {
 
 std::optional<DesktopEntries::Entry> readEntry(const QString& path, const QString& id,
                                                const QString& locale) {
+    constexpr qint64 largestEntry = qint64{1024} * 1024; // larger files are no desktop entries
     QFile file(path);
-    if (file.size() > 1024 * 1024 || !file.open(QIODevice::ReadOnly | QIODevice::Text))
+    if (file.size() > largestEntry || !file.open(QIODevice::ReadOnly | QIODevice::Text))
         return std::nullopt;
     const QString language = locale.section(u'_', 0, 0);
     DesktopEntries::Entry entry;

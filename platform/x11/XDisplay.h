@@ -5,7 +5,9 @@
 #include <mutex>
 #include <optional>
 
-struct _XDisplay; // Xlib's Display; Xlib itself stays out of this header (its macros leak)
+// Xlib's Display, by the name Xlib gives it; Xlib itself stays out of this header (its macros
+// leak into everything that includes it).
+struct _XDisplay; // NOLINT(bugprone-reserved-identifier)
 
 // Our own Xlib connection, separate from Qt's, for what Qt has no API for: XTest, window
 // properties of other clients, the keyboard map. Every X request failing on a vanished window

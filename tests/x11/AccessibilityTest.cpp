@@ -251,6 +251,7 @@ TEST_F(AccessibilityTest, ReadsWorkFromSeveralThreadsAtOnce) {
     const auto pid = static_cast<std::int32_t>(editor->pid());
     std::atomic<int> correct{0};
     std::vector<std::thread> threads;
+    threads.reserve(3);
     for (int t = 0; t < 3; ++t) {
         threads.emplace_back([&] {
             for (int i = 0; i < 5; ++i) {

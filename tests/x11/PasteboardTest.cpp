@@ -119,7 +119,7 @@ TEST(Pasteboard, MalformedAndHugeContentsAreHandled) {
     EXPECT_TRUE(pasteboard.types().isEmpty());
 
     // Several megabytes travel in increments between clients.
-    const QString huge = QString(3 * 1024 * 1024, u'x') + QStringLiteral("end");
+    const QString huge = QString(qsizetype{3} * 1024 * 1024, u'x') + QStringLiteral("end");
     ASSERT_TRUE(pasteboard.setString(huge));
     const auto elsewhere = pastedElsewhere();
     ASSERT_TRUE(elsewhere);

@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 using namespace std::chrono_literals;
-using platform::RunningApplication;
 using platform::x11::X11Workspace;
 
 namespace {
