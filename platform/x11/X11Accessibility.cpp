@@ -2,6 +2,7 @@
 
 #include "platform/x11/GuiThread.h"
 #include "platform/x11/ScreenMapping.h"
+#include "platform/x11/ThreadSanitizer.h"
 #include "support/Log.h"
 
 #include <QDBusArgument>
@@ -14,6 +15,7 @@
 #include <QMap>
 #include <array>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <variant>
@@ -114,78 +116,165 @@ AXError errorFor(const QDBusError& error, bool parameterized) {
     }
 }
 
+// One argument of an answer, copied out of Qt's D-Bus message into plain values.
+using Value = std::variant<std::monostate, int, std::uint32_t, bool, QString,
+                           std::vector<ObjectRef>, std::vector<std::uint32_t>, std::array<int, 4>>;
+
 // The answer of one call: its arguments, or an error code.
 struct Answer {
     AXError error = ax::failure;
-    QList<QVariant> arguments;
+    std::vector<Value> arguments;
     [[nodiscard]] bool ok() const { return error == ax::success; }
+    template <typename T> [[nodiscard]] const T* argument(std::size_t index) const {
+        return index < arguments.size() ? std::get_if<T>(&arguments[index]) : nullptr;
+    }
 };
 
-std::optional<ObjectRef> objectRef(const QDBusArgument& argument) {
-    ObjectRef ref;
-    QDBusObjectPath path;
-    argument.beginStructure();
-    argument >> ref.service >> path;
-    argument.endStructure();
-    ref.path = path.path();
-    if (ref.service.isEmpty() || ref.path.isEmpty() || ref.path == QLatin1String(nullPath))
-        return std::nullopt;
-    return ref;
+// A fresh copy: Qt's own string may share its data with the D-Bus thread's message.
+QString deepCopy(const QString& text) {
+    return QString(text.unicode(), text.size());
 }
 
-std::optional<std::vector<ObjectRef>> objectRefs(const QVariant& value) {
-    if (!value.canConvert<QDBusArgument>())
-        return std::nullopt;
-    const auto argument = value.value<QDBusArgument>();
-    if (argument.currentSignature() != QLatin1String("a(so)"))
-        return std::nullopt;
+std::vector<ObjectRef> objectRefsOf(const QDBusArgument& argument) {
     std::vector<ObjectRef> refs;
     argument.beginArray();
     while (!argument.atEnd()) {
-        if (auto ref = objectRef(argument))
-            refs.push_back(std::move(*ref));
+        QString service;
+        QDBusObjectPath path;
+        argument.beginStructure();
+        argument >> service >> path;
+        argument.endStructure();
+        if (!service.isEmpty() && !path.path().isEmpty() && path.path() != QLatin1String(nullPath))
+            refs.push_back({deepCopy(service), deepCopy(path.path())});
     }
     argument.endArray();
     return refs;
 }
 
-std::optional<std::vector<std::uint32_t>> uintArray(const QVariant& value) {
+Value copyOut(const QVariant& value) {
+    const QMetaType type = value.metaType();
+    if (type == QMetaType::fromType<QDBusVariant>())
+        return copyOut(value.value<QDBusVariant>().variant());
+    if (type == QMetaType::fromType<int>())
+        return value.toInt();
+    if (type == QMetaType::fromType<std::uint32_t>())
+        return static_cast<std::uint32_t>(value.toUInt());
+    if (type == QMetaType::fromType<bool>())
+        return value.toBool();
+    if (type == QMetaType::fromType<QString>())
+        return deepCopy(value.toString());
     if (!value.canConvert<QDBusArgument>())
-        return std::nullopt;
+        return std::monostate{};
     const auto argument = value.value<QDBusArgument>();
-    if (argument.currentSignature() != QLatin1String("au"))
-        return std::nullopt;
-    std::vector<std::uint32_t> values;
-    argument.beginArray();
-    while (!argument.atEnd()) {
-        std::uint32_t item = 0;
-        argument >> item;
-        values.push_back(item);
-    }
-    argument.endArray();
-    return values;
-}
-
-// Four integers, either as four arguments from `first` on or as one (iiii) structure.
-std::optional<std::array<int, 4>> fourInts(const QList<QVariant>& arguments, qsizetype first = 0) {
-    std::array<int, 4> values{};
-    if (arguments.size() >= first + 4) {
-        for (std::size_t i = 0; i < 4; ++i) {
-            const QVariant& item = arguments.at(first + static_cast<qsizetype>(i));
-            if (item.metaType() != QMetaType::fromType<int>())
-                return std::nullopt;
-            values[i] = item.toInt();
+    const QString signature = argument.currentSignature();
+    if (signature == QLatin1String("a(so)"))
+        return objectRefsOf(argument);
+    if (signature == QLatin1String("au")) {
+        std::vector<std::uint32_t> values;
+        argument.beginArray();
+        while (!argument.atEnd()) {
+            std::uint32_t item = 0;
+            argument >> item;
+            values.push_back(item);
         }
+        argument.endArray();
         return values;
     }
-    if (arguments.size() <= first || !arguments.at(first).canConvert<QDBusArgument>())
-        return std::nullopt;
-    const auto argument = arguments.at(first).value<QDBusArgument>();
-    if (argument.currentSignature() != QLatin1String("(iiii)"))
-        return std::nullopt;
-    argument.beginStructure();
-    argument >> values[0] >> values[1] >> values[2] >> values[3];
-    argument.endStructure();
+    if (signature == QLatin1String("(iiii)")) {
+        std::array<int, 4> box{};
+        argument.beginStructure();
+        argument >> box[0] >> box[1] >> box[2] >> box[3];
+        argument.endStructure();
+        return box;
+    }
+    return std::monostate{};
+}
+
+// A boolean wrapped in a D-Bus variant, as property setters take it.
+struct VariantBool {
+    bool value = false;
+};
+// The Collection match rule "objects in the focused state".
+struct FocusedRule {};
+
+// One argument of a call, as plain values: the Qt D-Bus values are made inside the call.
+using Argument = std::variant<int, std::uint32_t, bool, QString, VariantBool, FocusedRule>;
+
+QVariant toQt(const Argument& argument) {
+    struct Convert {
+        QVariant operator()(int value) const { return value; }
+        QVariant operator()(std::uint32_t value) const { return QVariant::fromValue(value); }
+        QVariant operator()(bool value) const { return value; }
+        QVariant operator()(const QString& value) const { return deepCopy(value); }
+        QVariant operator()(VariantBool value) const {
+            return QVariant::fromValue(QDBusVariant(value.value));
+        }
+        QVariant operator()(FocusedRule /*rule*/) const {
+            QDBusArgument rule;
+            rule.beginStructure();
+            rule << QList<int>{1 << stateFocused, 0} << matchAll << QMap<QString, QString>{}
+                 << matchAll << QList<int>{} << matchAll << QStringList{} << matchAll << false;
+            rule.endStructure();
+            return QVariant::fromValue(rule);
+        }
+    };
+    return std::visit(Convert{}, argument);
+}
+
+// One blocking call. Everything Qt's D-Bus thread may touch (the message, its arguments, the
+// reply) is made and dropped inside the blind spot; the answer leaves as fresh copies.
+Answer exchange(const std::function<QDBusConnection()>& connection, const QString& service,
+                const QString& path, const QString& interface, const QString& method,
+                const std::vector<Argument>& arguments, int timeoutMs, bool parameterized,
+                QDBusError::ErrorType* errorType = nullptr) {
+    [[maybe_unused]] const ThreadSanitizerBlindSpot blindSpot;
+    auto message = QDBusMessage::createMethodCall(deepCopy(service), deepCopy(path),
+                                                  deepCopy(interface), deepCopy(method));
+    QList<QVariant> values;
+    for (const Argument& argument : arguments)
+        values.append(toQt(argument));
+    message.setArguments(values);
+    const QDBusMessage reply = connection().call(message, QDBus::Block, timeoutMs);
+    Answer answer;
+    if (reply.type() == QDBusMessage::ErrorMessage) {
+        const QDBusError error(reply);
+        if (errorType != nullptr)
+            *errorType = error.type();
+        answer.error = errorFor(error, parameterized);
+        return answer;
+    }
+    if (reply.type() != QDBusMessage::ReplyMessage)
+        return answer;
+    answer.error = ax::success;
+    const QList<QVariant> replyValues = reply.arguments();
+    for (const QVariant& value : replyValues)
+        answer.arguments.push_back(copyOut(value));
+    return answer;
+}
+
+std::optional<std::vector<ObjectRef>> objectRefs(const Answer& answer) {
+    if (const auto* refs = answer.argument<std::vector<ObjectRef>>(0))
+        return *refs;
+    return std::nullopt;
+}
+
+std::optional<std::vector<std::uint32_t>> uintArray(const Answer& answer) {
+    if (const auto* values = answer.argument<std::vector<std::uint32_t>>(0))
+        return *values;
+    return std::nullopt;
+}
+
+// Four integers, either as four arguments or as one (iiii) structure.
+std::optional<std::array<int, 4>> fourInts(const Answer& answer) {
+    if (const auto* box = answer.argument<std::array<int, 4>>(0))
+        return *box;
+    std::array<int, 4> values{};
+    for (std::size_t i = 0; i < 4; ++i) {
+        const auto* item = answer.argument<int>(i);
+        if (item == nullptr)
+            return std::nullopt;
+        values[i] = *item;
+    }
     return values;
 }
 
@@ -215,8 +304,10 @@ public:
 
     ~Impl() {
         const std::lock_guard lock(mutex);
-        if (!connectionName.isEmpty())
-            QDBusConnection::disconnectFromBus(connectionName);
+        if (!connectionName.isEmpty()) {
+            [[maybe_unused]] const ThreadSanitizerBlindSpot blindSpot;
+            QDBusConnection::disconnectFromBus(deepCopy(connectionName));
+        }
     }
 
     Impl(const Impl&) = delete;
@@ -224,125 +315,105 @@ public:
 
     // --- the session bus side: where the accessibility bus is, and whether it is switched on
 
-    QDBusMessage sessionCall(const QString& interface, const QString& method,
-                             const QList<QVariant>& arguments, const Deadline& deadline) const {
-        auto message = QDBusMessage::createMethodCall(QLatin1String(busService),
-                                                      QLatin1String(busPath), interface, method);
-        message.setArguments(arguments);
+    Answer sessionCall(const QString& interface, const QString& method,
+                       const std::vector<Argument>& arguments, const Deadline& deadline) const {
         const int timeout = deadline.remainingMs(timeouts.call);
         if (timeout <= 0)
-            return message.createErrorReply(QDBusError::Timeout, QStringLiteral("out of time"));
-        return QDBusConnection::sessionBus().call(message, QDBus::Block, timeout);
+            return {ax::cannotComplete, {}};
+        return exchange([] { return QDBusConnection::sessionBus(); }, QLatin1String(busService),
+                        QLatin1String(busPath), interface, method, arguments, timeout, false);
     }
 
     std::optional<QString> busAddress(const Deadline& deadline) const {
-        const QDBusMessage reply =
+        const Answer reply =
             sessionCall(QStringLiteral("org.a11y.Bus"), QStringLiteral("GetAddress"), {}, deadline);
-        if (reply.type() != QDBusMessage::ReplyMessage || reply.signature() != QLatin1String("s"))
+        const auto* address = reply.argument<QString>(0);
+        if (address == nullptr || address->isEmpty())
             return std::nullopt;
-        const QString address = reply.arguments().constFirst().toString();
-        if (address.isEmpty())
-            return std::nullopt;
-        return address;
+        return *address;
     }
 
     std::optional<bool> isEnabled(const Deadline& deadline) const {
-        const QDBusMessage reply =
+        const Answer reply =
             sessionCall(QLatin1String(propertiesInterface), QStringLiteral("Get"),
                         {QStringLiteral("org.a11y.Status"), QStringLiteral("IsEnabled")}, deadline);
-        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
-            return std::nullopt;
-        const QVariant value = reply.arguments().constFirst().value<QDBusVariant>().variant();
-        if (value.metaType() != QMetaType::fromType<bool>())
-            return std::nullopt;
-        return value.toBool();
+        if (const auto* enabled = reply.argument<bool>(0))
+            return *enabled;
+        return std::nullopt;
     }
 
     bool setEnabled(bool enabled) const {
         const Deadline deadline(timeouts.read);
-        const QDBusMessage reply =
-            sessionCall(QLatin1String(propertiesInterface), QStringLiteral("Set"),
-                        {QStringLiteral("org.a11y.Status"), QStringLiteral("IsEnabled"),
-                         QVariant::fromValue(QDBusVariant(enabled))},
-                        deadline);
-        return reply.type() == QDBusMessage::ReplyMessage && isEnabled(deadline) == enabled;
+        const Answer reply = sessionCall(
+            QLatin1String(propertiesInterface), QStringLiteral("Set"),
+            {QStringLiteral("org.a11y.Status"), QStringLiteral("IsEnabled"), VariantBool{enabled}},
+            deadline);
+        return reply.ok() && isEnabled(deadline) == enabled;
     }
 
-    // The accessibility bus connection, made once per bus address.
-    std::optional<QDBusConnection> accessibilityBus(const Deadline& deadline) {
+    // The name of the accessibility bus connection, made once per bus address.
+    std::optional<QString> accessibilityBus(const Deadline& deadline) {
         const auto address = busAddress(deadline);
         if (!address)
             return std::nullopt;
         const std::lock_guard lock(mutex);
-        if (*address == connectedAddress) {
-            QDBusConnection connection(connectionName);
-            if (connection.isConnected())
-                return connection;
-        }
+        [[maybe_unused]] const ThreadSanitizerBlindSpot blindSpot;
+        if (*address == connectedAddress && QDBusConnection(deepCopy(connectionName)).isConnected())
+            return connectionName;
         if (!connectionName.isEmpty())
-            QDBusConnection::disconnectFromBus(connectionName);
+            QDBusConnection::disconnectFromBus(deepCopy(connectionName));
         connectionName = QStringLiteral("mendwise-accessibility-%1").arg(++generation);
         connectedAddress = *address;
         servicePids.clear();
-        QDBusConnection connection = QDBusConnection::connectToBus(*address, connectionName);
-        if (!connection.isConnected())
+        if (!QDBusConnection::connectToBus(deepCopy(*address), deepCopy(connectionName))
+                 .isConnected())
             return std::nullopt;
-        return connection;
+        return connectionName;
     }
 
     // The accessibility bus when the process is trusted; apiDisabled otherwise.
-    std::variant<QDBusConnection, AXError> trustedBus(const Deadline& deadline) {
+    std::variant<QString, AXError> trustedBus(const Deadline& deadline) {
         if (isEnabled(deadline) != true)
             return ax::apiDisabled;
-        if (auto connection = accessibilityBus(deadline))
-            return *connection;
+        if (auto bus = accessibilityBus(deadline))
+            return *bus;
         return ax::apiDisabled;
     }
 
-    // --- calls on the accessibility bus
+    // --- calls on the accessibility bus (named by its connection)
 
-    Answer call(const QDBusConnection& bus, const ObjectRef& target, const QString& interface,
-                const QString& method, const QList<QVariant>& arguments, const Deadline& deadline,
-                bool parameterized = false) const {
+    Answer call(const QString& bus, const ObjectRef& target, const QString& interface,
+                const QString& method, const std::vector<Argument>& arguments,
+                const Deadline& deadline, bool parameterized = false) const {
         const int timeout = deadline.remainingMs(timeouts.call);
         if (timeout <= 0)
             return {ax::cannotComplete, {}};
-        auto message =
-            QDBusMessage::createMethodCall(target.service, target.path, interface, method);
-        message.setArguments(arguments);
-        const QDBusMessage reply = bus.call(message, QDBus::Block, timeout);
-        if (reply.type() == QDBusMessage::ErrorMessage) {
-            const QDBusError error(reply);
-            // Qt answers a method of an interface the object lacks with UnknownObject; the
-            // object is only gone if it no longer answers as an accessible.
-            if (error.type() == QDBusError::UnknownObject &&
-                interface != QLatin1String(accessibleInterface) &&
-                call(bus, target, QLatin1String(accessibleInterface), QStringLiteral("GetRole"), {},
-                     deadline)
-                    .ok())
-                return {parameterized ? ax::parameterizedAttributeUnsupported
-                                      : ax::attributeUnsupported,
-                        {}};
-            return {errorFor(error, parameterized), {}};
-        }
-        if (reply.type() != QDBusMessage::ReplyMessage)
-            return {ax::failure, {}};
-        return {ax::success, reply.arguments()};
+        QDBusError::ErrorType errorType = QDBusError::NoError;
+        Answer answer =
+            exchange([&bus] { return QDBusConnection(deepCopy(bus)); }, target.service, target.path,
+                     interface, method, arguments, timeout, parameterized, &errorType);
+        // Qt answers a method of an interface the object lacks with UnknownObject; the object
+        // is only gone if it no longer answers as an accessible.
+        if (errorType == QDBusError::UnknownObject &&
+            interface != QLatin1String(accessibleInterface) &&
+            call(bus, target, QLatin1String(accessibleInterface), QStringLiteral("GetRole"), {},
+                 deadline)
+                .ok())
+            answer.error =
+                parameterized ? ax::parameterizedAttributeUnsupported : ax::attributeUnsupported;
+        return answer;
     }
 
-    Answer property(const QDBusConnection& bus, const ObjectRef& target, const QString& interface,
+    Answer property(const QString& bus, const ObjectRef& target, const QString& interface,
                     const QString& name, const Deadline& deadline) const {
-        Answer answer = call(bus, target, QLatin1String(propertiesInterface), QStringLiteral("Get"),
-                             {interface, name}, deadline);
-        if (answer.ok() && !answer.arguments.isEmpty())
-            answer.arguments = {answer.arguments.constFirst().value<QDBusVariant>().variant()};
-        return answer;
+        return call(bus, target, QLatin1String(propertiesInterface), QStringLiteral("Get"),
+                    {interface, name}, deadline);
     }
 
     // --- applications by process id
 
     // The root object of the application of `pid`, from the registry's list of applications.
-    std::variant<ObjectRef, AXError> applicationRoot(const QDBusConnection& bus, std::int32_t pid,
+    std::variant<ObjectRef, AXError> applicationRoot(const QString& bus, std::int32_t pid,
                                                      const Deadline& deadline, bool refresh) {
         if (!refresh) {
             const std::lock_guard lock(mutex);
@@ -356,8 +427,7 @@ public:
                  QLatin1String(accessibleInterface), QStringLiteral("GetChildren"), {}, deadline);
         if (!children.ok())
             return children.error == ax::invalidUIElement ? ax::cannotComplete : children.error;
-        const auto applications =
-            children.arguments.isEmpty() ? std::nullopt : objectRefs(children.arguments.first());
+        const auto applications = objectRefs(children);
         if (!applications)
             return ax::failure;
         std::map<QString, std::int32_t> known;
@@ -379,9 +449,10 @@ public:
                                           QStringLiteral("org.freedesktop.DBus"),
                                           QStringLiteral("GetConnectionUnixProcessID"),
                                           {application.service}, deadline);
-                if (!reply.ok() || reply.arguments.isEmpty())
+                const auto* processId = reply.argument<std::uint32_t>(0);
+                if (processId == nullptr)
                     continue;
-                applicationPid = static_cast<std::int32_t>(reply.arguments.first().toUInt());
+                applicationPid = static_cast<std::int32_t>(*processId);
             }
             current[application.service] = applicationPid;
             if (applicationPid == pid && !found)
@@ -407,7 +478,7 @@ public:
         auto bus = trustedBus(deadline);
         if (const auto* error = std::get_if<AXError>(&bus))
             return errorResult(*error);
-        const auto& connection = std::get<QDBusConnection>(bus);
+        const auto& connection = std::get<QString>(bus);
 
         if (!target->application || !target->service.isEmpty())
             return readObject(connection, *target, {target->service, target->path}, attribute,
@@ -426,8 +497,8 @@ public:
         return errorResult(ax::failure);
     }
 
-    AXResult readObject(const QDBusConnection& bus, const AtspiElement& element,
-                        const ObjectRef& target, const QString& attribute, const AXRef* parameter,
+    AXResult readObject(const QString& bus, const AtspiElement& element, const ObjectRef& target,
+                        const QString& attribute, const AXRef* parameter,
                         const Deadline& deadline) {
         if (parameter != nullptr) {
             if (attribute == QLatin1String(axattr::boundsForRange))
@@ -452,48 +523,44 @@ public:
         return errorResult(ax::attributeUnsupported);
     }
 
-    AXResult role(const QDBusConnection& bus, const ObjectRef& target, const Deadline& deadline) {
+    AXResult role(const QString& bus, const ObjectRef& target, const Deadline& deadline) {
         const Answer answer = call(bus, target, QLatin1String(accessibleInterface),
                                    QStringLiteral("GetRoleName"), {}, deadline);
         if (!answer.ok())
             return errorResult(answer.error);
-        if (answer.arguments.isEmpty() ||
-            answer.arguments.first().metaType() != QMetaType::fromType<QString>())
+        const auto* text = answer.argument<QString>(0);
+        if (text == nullptr)
             return errorResult(ax::failure);
-        return valueResult(makeAX(answer.arguments.first().toString()));
+        return valueResult(makeAX(*text));
     }
 
-    std::optional<std::vector<ObjectRef>> children(const QDBusConnection& bus,
-                                                   const ObjectRef& target,
+    std::optional<std::vector<ObjectRef>> children(const QString& bus, const ObjectRef& target,
                                                    const Deadline& deadline, AXError& error) {
         const Answer answer = call(bus, target, QLatin1String(accessibleInterface),
                                    QStringLiteral("GetChildren"), {}, deadline);
         error = answer.error;
         if (!answer.ok())
             return std::nullopt;
-        auto refs =
-            answer.arguments.isEmpty() ? std::nullopt : objectRefs(answer.arguments.first());
+        auto refs = objectRefs(answer);
         if (!refs)
             error = ax::failure;
         return refs;
     }
 
-    std::optional<std::vector<std::uint32_t>> states(const QDBusConnection& bus,
-                                                     const ObjectRef& target,
+    std::optional<std::vector<std::uint32_t>> states(const QString& bus, const ObjectRef& target,
                                                      const Deadline& deadline, AXError& error) {
         const Answer answer = call(bus, target, QLatin1String(accessibleInterface),
                                    QStringLiteral("GetState"), {}, deadline);
         error = answer.error;
         if (!answer.ok())
             return std::nullopt;
-        auto values =
-            answer.arguments.isEmpty() ? std::nullopt : uintArray(answer.arguments.first());
+        auto values = uintArray(answer);
         if (!values)
             error = ax::failure;
         return values;
     }
 
-    AXResult windows(const QDBusConnection& bus, std::int32_t pid, const ObjectRef& root,
+    AXResult windows(const QString& bus, std::int32_t pid, const ObjectRef& root,
                      const Deadline& deadline) {
         AXError error = ax::success;
         const auto refs = children(bus, root, deadline, error);
@@ -505,20 +572,14 @@ public:
         return valueResult(makeAX(std::move(items)));
     }
 
-    AXResult focusedElement(const QDBusConnection& bus, std::int32_t pid, const ObjectRef& root,
+    AXResult focusedElement(const QString& bus, std::int32_t pid, const ObjectRef& root,
                             const Deadline& deadline) {
         // Collection: the application searches its own tree in one call.
-        QDBusArgument rule;
-        rule.beginStructure();
-        rule << QList<int>{1 << stateFocused, 0} << matchAll << QMap<QString, QString>{} << matchAll
-             << QList<int>{} << matchAll << QStringList{} << matchAll << false;
-        rule.endStructure();
         const Answer answer =
             call(bus, root, QLatin1String(collectionInterface), QStringLiteral("GetMatches"),
-                 {QVariant::fromValue(rule), sortCanonical, 1, true}, deadline);
+                 {FocusedRule{}, sortCanonical, 1, true}, deadline);
         if (answer.ok()) {
-            const auto matches =
-                answer.arguments.isEmpty() ? std::nullopt : objectRefs(answer.arguments.first());
+            const auto matches = objectRefs(answer);
             if (!matches)
                 return errorResult(ax::failure);
             if (matches->empty())
@@ -531,7 +592,7 @@ public:
     }
 
     // Breadth first through the windows, the active one first, into showing objects only.
-    AXResult walkForFocus(const QDBusConnection& bus, std::int32_t pid, const ObjectRef& root,
+    AXResult walkForFocus(const QString& bus, std::int32_t pid, const ObjectRef& root,
                           const Deadline& deadline) {
         AXError error = ax::success;
         const auto windowRefs = children(bus, root, deadline, error);
@@ -581,50 +642,51 @@ public:
     };
 
     // The first selection of a text object, none when nothing is selected; `error` otherwise.
-    std::optional<Selection> firstSelection(const QDBusConnection& bus, const ObjectRef& target,
+    std::optional<Selection> firstSelection(const QString& bus, const ObjectRef& target,
                                             const Deadline& deadline, AXError& error) {
         const Answer count = call(bus, target, QLatin1String(textInterface),
                                   QStringLiteral("GetNSelections"), {}, deadline);
         error = count.error;
         if (!count.ok())
             return std::nullopt;
-        if (count.arguments.isEmpty() ||
-            count.arguments.first().metaType() != QMetaType::fromType<int>()) {
+        const auto* selections = count.argument<int>(0);
+        if (selections == nullptr) {
             error = ax::failure;
             return std::nullopt;
         }
-        if (count.arguments.first().toInt() <= 0)
+        if (*selections <= 0)
             return std::nullopt;
         const Answer range = call(bus, target, QLatin1String(textInterface),
                                   QStringLiteral("GetSelection"), {0}, deadline);
         error = range.error;
         if (!range.ok())
             return std::nullopt;
-        if (range.arguments.size() < 2) {
+        const auto* first = range.argument<int>(0);
+        const auto* second = range.argument<int>(1);
+        if (first == nullptr || second == nullptr) {
             error = ax::failure;
             return std::nullopt;
         }
-        const int a = range.arguments.at(0).toInt();
-        const int b = range.arguments.at(1).toInt();
+        const int a = *first;
+        const int b = *second;
         if (a == b)
             return std::nullopt;
         return Selection{std::min(a, b), std::max(a, b)};
     }
 
-    AXResult text(const QDBusConnection& bus, const ObjectRef& target, int start, int end,
+    AXResult text(const QString& bus, const ObjectRef& target, int start, int end,
                   const Deadline& deadline) {
         const Answer answer = call(bus, target, QLatin1String(textInterface),
                                    QStringLiteral("GetText"), {start, end}, deadline);
         if (!answer.ok())
             return errorResult(answer.error);
-        if (answer.arguments.isEmpty() ||
-            answer.arguments.first().metaType() != QMetaType::fromType<QString>())
+        const auto* text = answer.argument<QString>(0);
+        if (text == nullptr)
             return errorResult(ax::failure);
-        return valueResult(makeAX(answer.arguments.first().toString()));
+        return valueResult(makeAX(*text));
     }
 
-    AXResult selectedText(const QDBusConnection& bus, const ObjectRef& target,
-                          const Deadline& deadline) {
+    AXResult selectedText(const QString& bus, const ObjectRef& target, const Deadline& deadline) {
         AXError error = ax::success;
         const auto selection = firstSelection(bus, target, deadline, error);
         if (error != ax::success)
@@ -634,12 +696,11 @@ public:
         return text(bus, target, selection->start, selection->end, deadline);
     }
 
-    AXResult wholeText(const QDBusConnection& bus, const ObjectRef& target,
-                       const Deadline& deadline) {
+    AXResult wholeText(const QString& bus, const ObjectRef& target, const Deadline& deadline) {
         return text(bus, target, 0, -1, deadline);
     }
 
-    AXResult selectedTextRange(const QDBusConnection& bus, const ObjectRef& target,
+    AXResult selectedTextRange(const QString& bus, const ObjectRef& target,
                                const Deadline& deadline) {
         AXError error = ax::success;
         const auto selection = firstSelection(bus, target, deadline, error);
@@ -652,22 +713,22 @@ public:
                                       QStringLiteral("CaretOffset"), deadline);
         if (!caret.ok())
             return errorResult(caret.error);
-        if (caret.arguments.isEmpty() ||
-            caret.arguments.first().metaType() != QMetaType::fromType<int>())
+        const auto* caretOffset = caret.argument<int>(0);
+        if (caretOffset == nullptr)
             return errorResult(ax::failure);
-        const int offset = caret.arguments.first().toInt();
+        const int offset = *caretOffset;
         if (offset < 0)
             return errorResult(ax::noValue);
         return valueResult(makeAX(CFRange{offset, 0}));
     }
 
-    AXResult extents(const QDBusConnection& bus, const ObjectRef& target, bool wantPosition,
+    AXResult extents(const QString& bus, const ObjectRef& target, bool wantPosition,
                      const Deadline& deadline) {
         const Answer answer = call(bus, target, QLatin1String(componentInterface),
                                    QStringLiteral("GetExtents"), {coordTypeScreen}, deadline);
         if (!answer.ok())
             return errorResult(answer.error);
-        const auto box = fourInts(answer.arguments);
+        const auto box = fourInts(answer);
         if (!box)
             return errorResult(ax::failure);
         const Rect rect = accessibilityFromNative(
@@ -678,8 +739,8 @@ public:
         return valueResult(makeAX(Size{rect.width, rect.height}));
     }
 
-    AXResult boundsForRange(const QDBusConnection& bus, const ObjectRef& target,
-                            const AXRef& parameter, const Deadline& deadline) {
+    AXResult boundsForRange(const QString& bus, const ObjectRef& target, const AXRef& parameter,
+                            const Deadline& deadline) {
         CFRange range;
         if (!axValueGetValue(parameter, range) || range.location < 0 || range.length < 0 ||
             range.location + range.length > INT32_MAX)
@@ -701,7 +762,7 @@ public:
                                                      {start, coordTypeScreen}, deadline, true);
             if (!answer.ok())
                 return errorResult(answer.error);
-            box = fourInts(answer.arguments);
+            box = fourInts(answer);
         } else {
             // A caret: the left edge of the character after it, or the right edge of the one
             // before it at the end of the text.
@@ -710,13 +771,13 @@ public:
                                        {start, coordTypeScreen}, deadline, true);
             if (!answer.ok())
                 return errorResult(answer.error);
-            box = fourInts(answer.arguments);
+            box = fourInts(answer);
             if (box && (*box)[3] <= 0 && start > 0) {
                 const Answer before = call(bus, target, QLatin1String(textInterface),
                                            QStringLiteral("GetCharacterExtents"),
                                            {start - 1, coordTypeScreen}, deadline, true);
                 if (before.ok()) {
-                    box = fourInts(before.arguments);
+                    box = fourInts(before);
                     if (box)
                         (*box)[0] += (*box)[2];
                 }
@@ -736,7 +797,7 @@ public:
     // Some toolkits (Qt 6.4 measured) include the character at the end offset in a range's
     // extents. Found out once per application: does the range of one character reach beyond
     // that character?
-    bool rangeEndIsInclusive(const QDBusConnection& bus, const ObjectRef& target, int start,
+    bool rangeEndIsInclusive(const QString& bus, const ObjectRef& target, int start,
                              const Deadline& deadline, AXError& error) {
         {
             const std::lock_guard lock(mutex);
@@ -756,8 +817,8 @@ public:
         error = character.error;
         if (!character.ok())
             return false;
-        const auto oneBox = fourInts(one.arguments);
-        const auto characterBox = fourInts(character.arguments);
+        const auto oneBox = fourInts(one);
+        const auto characterBox = fourInts(character);
         if (!oneBox || !characterBox || (*characterBox)[2] <= 0)
             return false; // undecided (e.g. a line break): ask again next time
         const bool inclusive = (*oneBox)[2] > (*characterBox)[2] + 1;
@@ -793,7 +854,7 @@ X11Accessibility::~X11Accessibility() = default;
 
 bool X11Accessibility::isProcessTrusted() {
     const Deadline deadline(d_->timeouts.read);
-    return std::holds_alternative<QDBusConnection>(d_->trustedBus(deadline));
+    return std::holds_alternative<QString>(d_->trustedBus(deadline));
 }
 
 bool X11Accessibility::isProcessTrustedWithPrompt() {

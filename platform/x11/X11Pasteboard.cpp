@@ -68,7 +68,7 @@ public:
             .value_or(std::nullopt);
     }
 
-    // GUI thread. Brings Qt's idea of the server time up to date (at most 250 ms).
+    // GUI thread. Brings Qt's idea of the server time up to date (waits at most a second).
     void refreshQtTime() {
         xcb_connection_t* connection = qtConnection();
         if (connection == nullptr || refreshing)
@@ -81,7 +81,9 @@ public:
             QCoreApplication::instance()->installNativeEventFilter(this);
             filterInstalled = true;
         }
-        stampSeen = false;
+        // Counted, not flagged: a notification of an earlier touch that came late must not pass
+        // for this one.
+        ++stampsMade;
         refreshing = true;
         xcb_change_property(connection, XCB_PROP_MODE_APPEND,
                             static_cast<xcb_window_t>(stampWindow->winId()), stampAtom,
@@ -89,7 +91,7 @@ public:
         xcb_flush(connection);
         QElapsedTimer waited;
         waited.start();
-        while (!stampSeen && waited.elapsed() < 250)
+        while (stampsSeen < stampsMade && waited.elapsed() < 1000)
             QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents, 5);
         refreshing = false;
     }
@@ -127,7 +129,7 @@ public:
         const auto* notify = static_cast<const xcb_property_notify_event_t*>(message);
         if (notify->window == static_cast<xcb_window_t>(stampWindow->winId()) &&
             notify->atom == stampAtom)
-            stampSeen = true;
+            ++stampsSeen;
         return false; // Qt handles it too, and takes its time
     }
 
@@ -139,7 +141,8 @@ public:
     xcb_atom_t stampAtom = XCB_ATOM_NONE;
     xcb_atom_t clipboardAtom = XCB_ATOM_NONE;
     bool filterInstalled = false;
-    bool stampSeen = false;
+    std::uint64_t stampsMade = 0;
+    std::uint64_t stampsSeen = 0;
     bool refreshing = false;
 };
 

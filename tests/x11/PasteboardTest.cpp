@@ -3,6 +3,7 @@
 #include "tests/common/TestUtil.h"
 #include "tests/x11/DesktopApps.h"
 
+#include <QElapsedTimer>
 #include <QProcess>
 #include <gtest/gtest.h>
 #include <thread>
@@ -82,20 +83,35 @@ TEST(Pasteboard, AnotherOwnersTextIsReadCountedAndCleared) {
     EXPECT_EQ(pastedElsewhere(), QStringLiteral("ours again"));
 }
 
+// Another client copies while this process's event loop does not run (as when an editor
+// answers a synthetic copy): Qt sees no event of the newer time. xclip serves from a child it
+// forks, so its ownership is awaited here, still without running the event loop.
+void copyElsewhereUnnoticed(const QByteArray& text) {
+    QProcess::execute(
+        QStringLiteral("sh"),
+        {QStringLiteral("-c"), QStringLiteral("printf %1 | xclip -i -selection clipboard")
+                                   .arg(QString::fromLatin1(text))});
+    QElapsedTimer waited;
+    waited.start();
+    while (waited.elapsed() < 5000) {
+        QProcess reader;
+        reader.start(QStringLiteral("xclip"), {QStringLiteral("-o"), QStringLiteral("-selection"),
+                                               QStringLiteral("clipboard")});
+        reader.waitForFinished(2000);
+        if (reader.readAllStandardOutput() == text)
+            return;
+    }
+    ADD_FAILURE() << "xclip never took the clipboard";
+}
+
 TEST(Pasteboard, TakingItBackWorksAfterACopyQtNeverHeardOf) {
     X11Pasteboard pasteboard;
     ASSERT_TRUE(pasteboard.setString(QStringLiteral("before")));
-    // Another client copies while this process's event loop does not run (as when an editor
-    // answers a synthetic copy): Qt sees no event of the newer time.
-    QProcess::execute(QStringLiteral("sh"),
-                      {QStringLiteral("-c"),
-                       QStringLiteral("sleep 0.1; printf copied | xclip -i -selection clipboard")});
+    copyElsewhereUnnoticed("copied");
     ASSERT_TRUE(pasteboard.setString(QStringLiteral("replacement")));
     EXPECT_EQ(pastedElsewhere(), QStringLiteral("replacement"));
 
-    QProcess::execute(QStringLiteral("sh"),
-                      {QStringLiteral("-c"),
-                       QStringLiteral("sleep 0.1; printf copied | xclip -i -selection clipboard")});
+    copyElsewhereUnnoticed("copied");
     pasteboard.clearContents();
     EXPECT_FALSE(offersText(offeredElsewhere()));
 }
