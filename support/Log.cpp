@@ -15,16 +15,17 @@ std::mutex& logMutex() {
 }
 
 LogCapture* currentCapture = nullptr; // guarded by logMutex()
+int output = STDOUT_FILENO;           // guarded by logMutex()
 
-void writeAll(const QByteArray& bytes) {
+void writeAll(int fd, const QByteArray& bytes) {
     const char* data = bytes.constData();
     qsizetype left = bytes.size();
     while (left > 0) {
-        const ssize_t written = ::write(STDOUT_FILENO, data, static_cast<size_t>(left));
+        const ssize_t written = ::write(fd, data, static_cast<size_t>(left));
         if (written < 0) {
             if (errno == EINTR)
                 continue;
-            return; // standard output is gone; diagnostics are best effort
+            return; // the output is gone; diagnostics are best effort
         }
         data += written;
         left -= written;
@@ -42,7 +43,12 @@ void log(const QString& record) {
             return;
     }
     // One write(2) per record: unbuffered, so nothing is lost if the process dies next.
-    writeAll(bytes);
+    writeAll(output, bytes);
+}
+
+void setLogOutput(int fileDescriptor) {
+    const std::lock_guard lock(logMutex());
+    output = fileDescriptor;
 }
 
 LogCapture::LogCapture(bool echo) : echo_(echo) {

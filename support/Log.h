@@ -10,6 +10,10 @@ namespace support {
 
 void log(const QString& record);
 
+// Where records go from now on (a file descriptor; standard output by default). A tool whose
+// standard output carries its result sends its diagnostics to standard error instead.
+void setLogOutput(int fileDescriptor);
+
 // Tests capture records: while a capture exists, records go to it (and, if `echo` is set,
 // to standard output too). Captures nest; the innermost one receives the records.
 class LogCapture {

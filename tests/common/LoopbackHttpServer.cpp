@@ -1,0 +1,356 @@
+#include "tests/common/LoopbackHttpServer.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace testutil {
+
+namespace {
+
+QByteArray reasonPhrase(int status) {
+    switch (status) {
+    case 200:
+        return "OK";
+    case 400:
+        return "Bad Request";
+    case 401:
+        return "Unauthorized";
+    case 403:
+        return "Forbidden";
+    case 404:
+        return "Not Found";
+    case 429:
+        return "Too Many Requests";
+    case 500:
+        return "Internal Server Error";
+    case 503:
+        return "Service Unavailable";
+    case 529:
+        return "Overloaded";
+    default:
+        return "Status";
+    }
+}
+
+bool sameName(QByteArrayView a, QByteArrayView b) {
+    return a.compare(b, Qt::CaseInsensitive) == 0;
+}
+
+enum class Wait { ready, stopped, failed };
+
+// Waits until `fd` is ready for `events` or the wake pipe says the server is stopping.
+Wait waitFor(int fd, short events, int wakeFd, int timeoutMs = -1) {
+    pollfd fds[2] = {{fd, events, 0}, {wakeFd, POLLIN, 0}};
+    while (true) {
+        const int n = ::poll(fds, 2, timeoutMs);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            return Wait::failed;
+        if (n == 0)
+            return Wait::failed; // timed out
+        if (fds[1].revents != 0)
+            return Wait::stopped;
+        return Wait::ready;
+    }
+}
+
+} // namespace
+
+QByteArray HttpRequest::header(QByteArrayView name) const {
+    for (const auto& [key, value] : headers) {
+        if (sameName(key, name))
+            return value;
+    }
+    return {};
+}
+
+int HttpRequest::headerCount(QByteArrayView name) const {
+    int count = 0;
+    for (const auto& header : headers)
+        count += sameName(header.first, name) ? 1 : 0;
+    return count;
+}
+
+HttpResponse HttpResponse::json(int status, QByteArray body) {
+    HttpResponse response;
+    response.status = status;
+    response.headers = {{"Content-Type", "application/json"}};
+    response.body = std::move(body);
+    return response;
+}
+
+HttpResponse HttpResponse::messagesAnswer(const QString& text, int inputTokens, int outputTokens) {
+    const QJsonObject answer{
+        {QStringLiteral("id"), QStringLiteral("msg_loopback")},
+        {QStringLiteral("type"), QStringLiteral("message")},
+        {QStringLiteral("role"), QStringLiteral("assistant")},
+        {QStringLiteral("content"),
+         QJsonArray{QJsonObject{{QStringLiteral("type"), QStringLiteral("text")},
+                                {QStringLiteral("text"), text}}}},
+        {QStringLiteral("stop_reason"), QStringLiteral("end_turn")},
+        {QStringLiteral("usage"), QJsonObject{{QStringLiteral("input_tokens"), inputTokens},
+                                              {QStringLiteral("output_tokens"), outputTokens}}},
+    };
+    return json(200, QJsonDocument(answer).toJson(QJsonDocument::Compact));
+}
+
+LoopbackHttpServer::LoopbackHttpServer(quint16 port) {
+    listenFd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (listenFd_ < 0 || ::pipe2(wakeFds_, O_CLOEXEC) != 0)
+        throw std::runtime_error("loopback server: no socket");
+    const int yes = 1;
+    ::setsockopt(listenFd_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    socklen_t length = sizeof address;
+    if (::bind(listenFd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(listenFd_, 128) != 0 ||
+        ::getsockname(listenFd_, reinterpret_cast<sockaddr*>(&address), &length) != 0)
+        throw std::runtime_error("loopback server: cannot listen on 127.0.0.1");
+    port_ = ntohs(address.sin_port);
+    handler_ = [](const HttpRequest&) { return HttpResponse::json(404, "{}"); };
+    acceptor_ = std::thread([this] { acceptLoop(); });
+}
+
+LoopbackHttpServer::~LoopbackHttpServer() {
+    stop();
+    ::close(listenFd_);
+    ::close(wakeFds_[0]);
+    ::close(wakeFds_[1]);
+}
+
+void LoopbackHttpServer::stop() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (stopping_)
+            return;
+        stopping_ = true;
+        changed_.notify_all();
+    }
+    const char byte = 0;
+    while (::write(wakeFds_[1], &byte, 1) < 0 && errno == EINTR) {
+    }
+    acceptor_.join();
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return live_ == 0; });
+}
+
+void LoopbackHttpServer::enqueue(HttpResponse response) {
+    const std::lock_guard lock(mutex_);
+    script_.push_back(std::move(response));
+}
+
+void LoopbackHttpServer::setHandler(Handler handler) {
+    const std::lock_guard lock(mutex_);
+    handler_ = std::move(handler);
+}
+
+QString LoopbackHttpServer::url(const QString& path) const {
+    return QStringLiteral("http://127.0.0.1:%1%2").arg(port_).arg(path);
+}
+
+std::vector<HttpRequest> LoopbackHttpServer::requests() const {
+    const std::lock_guard lock(mutex_);
+    return requests_;
+}
+
+int LoopbackHttpServer::connectionCount() const {
+    const std::lock_guard lock(mutex_);
+    return connectionCount_;
+}
+
+int LoopbackHttpServer::maxConcurrentRequests() const {
+    const std::lock_guard lock(mutex_);
+    return maxActive_;
+}
+
+bool LoopbackHttpServer::waitForRequests(int count, std::chrono::milliseconds timeout) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, timeout,
+                             [&] { return static_cast<int>(requests_.size()) >= count; });
+}
+
+void LoopbackHttpServer::reset() {
+    const std::lock_guard lock(mutex_);
+    requests_.clear();
+    connectionCount_ = 0;
+    maxActive_ = active_;
+}
+
+void LoopbackHttpServer::acceptLoop() {
+    while (waitFor(listenFd_, POLLIN, wakeFds_[0]) == Wait::ready) {
+        const int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd < 0)
+            continue;
+        const std::lock_guard lock(mutex_);
+        ++connectionCount_;
+        ++live_;
+        // Detached; stop() waits until every connection thread has left.
+        std::thread([this, fd] {
+            serve(fd);
+            ::close(fd);
+            const std::lock_guard done(mutex_);
+            --live_;
+            changed_.notify_all();
+        }).detach();
+    }
+}
+
+bool LoopbackHttpServer::pause(std::chrono::milliseconds duration) {
+    std::unique_lock lock(mutex_);
+    return !changed_.wait_for(lock, duration, [this] { return stopping_; });
+}
+
+HttpResponse LoopbackHttpServer::answerFor(const HttpRequest& request) {
+    Handler handler;
+    {
+        const std::lock_guard lock(mutex_);
+        if (!script_.empty()) {
+            HttpResponse next = std::move(script_.front());
+            script_.pop_front();
+            return next;
+        }
+        handler = handler_;
+    }
+    return handler(request);
+}
+
+void LoopbackHttpServer::serve(int fd) {
+    // Read the head, then the body by its Content-Length.
+    QByteArray data;
+    qsizetype headEnd = -1;
+    char buffer[64 * 1024];
+    const auto readMore = [&]() -> bool {
+        if (waitFor(fd, POLLIN, wakeFds_[0]) != Wait::ready)
+            return false;
+        const ssize_t n = ::recv(fd, buffer, sizeof buffer, 0);
+        if (n <= 0)
+            return false;
+        data.append(buffer, n);
+        return true;
+    };
+    while ((headEnd = data.indexOf("\r\n\r\n")) < 0) {
+        if (!readMore())
+            return;
+    }
+
+    HttpRequest request;
+    const QList<QByteArray> lines = data.left(headEnd).split('\n');
+    const QList<QByteArray> requestLine = lines.value(0).trimmed().split(' ');
+    if (requestLine.size() != 3) {
+        send(fd, HttpResponse::json(400, "{}"));
+        return;
+    }
+    request.method = requestLine[0];
+    request.target = requestLine[1];
+    request.version = requestLine[2];
+    for (qsizetype i = 1; i < lines.size(); ++i) {
+        const QByteArray line = lines[i].endsWith('\r') ? lines[i].chopped(1) : lines[i];
+        const qsizetype colon = line.indexOf(':');
+        if (colon <= 0)
+            continue;
+        request.headers.emplace_back(line.left(colon), line.mid(colon + 1).trimmed());
+    }
+    if (sameName(request.header("Expect"), "100-continue")) {
+        constexpr QByteArrayView proceed = "HTTP/1.1 100 Continue\r\n\r\n";
+        ::send(fd, proceed.data(), static_cast<size_t>(proceed.size()), MSG_NOSIGNAL);
+    }
+    bool lengthOk = true;
+    const qsizetype length = request.header("Content-Length").toLongLong(&lengthOk);
+    if (!request.header("Content-Length").isNull() && !lengthOk) {
+        send(fd, HttpResponse::json(400, "{}"));
+        return;
+    }
+    const qsizetype bodyStart = headEnd + 4;
+    while (data.size() - bodyStart < length) {
+        if (!readMore())
+            return;
+    }
+    request.body = data.mid(bodyStart, length);
+
+    {
+        const std::lock_guard lock(mutex_);
+        requests_.push_back(request);
+        maxActive_ = std::max(maxActive_, ++active_);
+        changed_.notify_all();
+    }
+    const HttpResponse response = answerFor(request);
+    if (response.delay.count() > 0)
+        pause(response.delay);
+    if (response.stall) {
+        // Until the client gives up (its side closes) or the server stops.
+        while (waitFor(fd, POLLIN, wakeFds_[0]) == Wait::ready &&
+               ::recv(fd, buffer, sizeof buffer, 0) > 0) {
+        }
+    } else if (!response.closeWithoutAnswer) {
+        send(fd, response);
+    }
+    {
+        const std::lock_guard lock(mutex_);
+        --active_;
+    }
+    ::shutdown(fd, SHUT_WR);
+    // Let the client read everything and close first, so it never sees a reset.
+    while (waitFor(fd, POLLIN, wakeFds_[0], 2000) == Wait::ready &&
+           ::recv(fd, buffer, sizeof buffer, 0) > 0) {
+    }
+}
+
+void LoopbackHttpServer::send(int fd, const HttpResponse& response) {
+    QByteArray head = "HTTP/1.1 " + QByteArray::number(response.status) + ' ' +
+                      reasonPhrase(response.status) + "\r\n";
+    bool hasLength = false;
+    bool hasConnection = false;
+    for (const auto& [name, value] : response.headers) {
+        head += name + ": " + value + "\r\n";
+        hasLength = hasLength || sameName(name, "Content-Length");
+        hasConnection = hasConnection || sameName(name, "Connection");
+    }
+    if (!hasLength)
+        head += "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n";
+    if (!hasConnection)
+        head += "Connection: close\r\n";
+    head += "\r\n";
+
+    const auto sendAll = [&](QByteArrayView bytes) -> bool {
+        while (!bytes.isEmpty()) {
+            if (waitFor(fd, POLLOUT, wakeFds_[0]) != Wait::ready)
+                return false;
+            const ssize_t n =
+                ::send(fd, bytes.data(), static_cast<size_t>(bytes.size()), MSG_NOSIGNAL);
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0)
+                return false;
+            bytes = bytes.sliced(n);
+        }
+        return true;
+    };
+    if (response.trickleBytes <= 0) {
+        sendAll(QByteArray(head + response.body));
+        return;
+    }
+    if (!sendAll(head))
+        return;
+    for (qsizetype at = 0; at < response.body.size(); at += response.trickleBytes) {
+        if (at > 0 && !pause(response.trickleInterval))
+            return;
+        if (!sendAll(QByteArrayView(response.body)
+                         .sliced(at, std::min(response.trickleBytes, response.body.size() - at))))
+            return;
+    }
+}
+
+} // namespace testutil

@@ -1,0 +1,472 @@
+#include "service/AnthropicService.h"
+
+#include "platform/sim/SimLoginItem.h"
+#include "service/AppSettings.h"
+#include "support/Background.h"
+#include "support/Log.h"
+#include "tests/common/ChildProcess.h"
+#include "tests/common/LoopbackHttpServer.h"
+#include "tests/common/TestUtil.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <chrono>
+#include <future>
+#include <gtest/gtest.h>
+#include <thread>
+
+using testutil::HttpRequest;
+using testutil::HttpResponse;
+using testutil::LoopbackHttpServer;
+using namespace std::chrono_literals;
+
+namespace {
+
+class AnthropicServiceTest : public ::testing::Test {
+protected:
+    AnthropicServiceTest()
+        : settings_(std::make_unique<QSettings>(dir_.filePath(QStringLiteral("s.conf")),
+                                                QSettings::IniFormat),
+                    loginItem_) {
+        settings_.setApiKey(QStringLiteral("sk-ant-api03-abcdefghij"));
+    }
+
+    [[nodiscard]] AnthropicService client(std::chrono::milliseconds idle = 30s) const {
+        return AnthropicService(QUrl(server_.url()), const_cast<AppSettings&>(settings_), idle);
+    }
+
+    // Runs a request and returns the exception it ended with (rethrown by the caller's check).
+    std::exception_ptr failure(const QString& text = QStringLiteral("Helo wrld")) {
+        try {
+            (void)client().rewrite(text, QStringLiteral("Fix it"));
+        } catch (...) {
+            return std::current_exception();
+        }
+        return nullptr;
+    }
+
+    // The loopback server must be reached directly even where a proxy is configured.
+    const testutil::ScopedEnv noProxy_{"no_proxy", QStringLiteral("127.0.0.1,localhost")};
+    QTemporaryDir dir_;
+    platform::sim::SimLoginItem loginItem_;
+    AppSettings settings_;
+    LoopbackHttpServer server_;
+    support::LogCapture log_;
+};
+
+template <typename E> E caught(const std::exception_ptr& error) {
+    try {
+        if (error)
+            std::rethrow_exception(error);
+    } catch (const E& e) {
+        return e;
+    } catch (const std::exception& e) {
+        ADD_FAILURE() << "unexpected error: " << e.what();
+        throw;
+    }
+    ADD_FAILURE() << "no error";
+    throw std::logic_error("no error");
+}
+
+const QRegularExpression
+    responseLine(QStringLiteral(R"(^📡 \[API\] Response: HTTP (\d+) in \d+\.\d\ds$)"));
+
+QString answerBody(const QJsonValue& content, const QJsonValue& usage = QJsonValue::Undefined) {
+    QJsonObject body{{QStringLiteral("content"), content}};
+    if (!usage.isUndefined())
+        body.insert(QStringLiteral("usage"), usage);
+    return QString::fromUtf8(QJsonDocument(body).toJson(QJsonDocument::Compact));
+}
+
+QJsonObject textBlock(const QString& text) {
+    return {{QStringLiteral("type"), QStringLiteral("text")}, {QStringLiteral("text"), text}};
+}
+
+} // namespace
+
+TEST_F(AnthropicServiceTest, SendsOneCompactRequestWithTheExactHeaders) {
+    settings_.setSelectedModel(ClaudeModel::sonnet);
+    const QString text = QStringLiteral("Line \"one\"\n\ttwo 👍🏽 </script> \\ é");
+    const QString instruction = QStringLiteral("Rewrite:\n  keep \"quotes\" ");
+    server_.enqueue(HttpResponse::messagesAnswer(QStringLiteral("ok")));
+    EXPECT_EQ(client().rewrite(text, instruction), QStringLiteral("ok"));
+
+    const std::vector<HttpRequest> requests = server_.requests();
+    ASSERT_EQ(requests.size(), 1U);
+    const HttpRequest& request = requests[0];
+    EXPECT_EQ(request.method, "POST");
+    EXPECT_EQ(request.target, "/v1/messages");
+    EXPECT_EQ(request.header("Content-Type"), "application/json");
+    EXPECT_EQ(request.header("x-api-key"), "sk-ant-api03-abcdefghij");
+    EXPECT_EQ(request.header("anthropic-version"), "2023-06-01");
+    for (const char* name : {"Content-Type", "x-api-key", "anthropic-version"})
+        EXPECT_EQ(request.headerCount(name), 1) << name;
+    EXPECT_EQ(request.headerCount("Expect"), 0);
+    EXPECT_EQ(request.header("Content-Length").toLongLong(), request.body.size());
+
+    const QJsonDocument sent = QJsonDocument::fromJson(request.body);
+    const QJsonObject expected{
+        {QStringLiteral("model"), QStringLiteral("claude-sonnet-4-6")},
+        {QStringLiteral("max_tokens"), 4096},
+        {QStringLiteral("system"), instruction},
+        {QStringLiteral("messages"),
+         QJsonArray{QJsonObject{{QStringLiteral("role"), QStringLiteral("user")},
+                                {QStringLiteral("content"), text}}}},
+    };
+    EXPECT_EQ(sent.object(), expected);
+    EXPECT_EQ(request.body, sent.toJson(QJsonDocument::Compact)); // no pretty printing
+    EXPECT_TRUE(request.body.contains("\"max_tokens\":4096,")) << request.body.constData();
+}
+
+TEST_F(AnthropicServiceTest, SuccessTracesTheExchangeWithAndWithoutUsage) {
+    server_.enqueue(HttpResponse::messagesAnswer(QStringLiteral("Hello world"), 25, 3));
+    EXPECT_EQ(client().rewrite(QStringLiteral("Helo"), QStringLiteral("Fix")),
+              QStringLiteral("Hello world"));
+    QStringList records = log_.records();
+    ASSERT_EQ(records.size(), 7) << records.join(u'\n').toStdString();
+    EXPECT_EQ(records.mid(0, 4), (QStringList{
+                                     QStringLiteral("🚀 [API] Starting request..."),
+                                     QStringLiteral("   Key: sk-ant-api...*** (23 chars)"),
+                                     QStringLiteral("   Model: Haiku 4.5 (claude-haiku-4-5)"),
+                                     QStringLiteral("   Input: \"Helo...\" (4 chars)"),
+                                 }));
+    const QRegularExpressionMatch response = responseLine.match(records[4]);
+    ASSERT_TRUE(response.hasMatch()) << records[4].toStdString();
+    EXPECT_EQ(response.captured(1), QStringLiteral("200"));
+    EXPECT_EQ(records[5], QStringLiteral("📊 [API] Tokens: 25 in → 3 out"));
+    EXPECT_EQ(records[6], QStringLiteral("✅ [API] Success: \"Hello world...\" (11 chars)"));
+
+    // No "usage", or one that is not an object: no tokens line, still a success. Counts that
+    // are missing or not integers read as 0.
+    const QJsonArray content{textBlock(QStringLiteral("Done"))};
+    const struct {
+        QJsonValue usage;
+        QString tokens;
+    } cases[] = {
+        {QJsonValue::Undefined, {}},
+        {QStringLiteral("12 in"), {}},
+        {QJsonArray{1, 2}, {}},
+        {QJsonObject{{QStringLiteral("input_tokens"), 12.5},
+                     {QStringLiteral("output_tokens"), QStringLiteral("9")}},
+         QStringLiteral("📊 [API] Tokens: 0 in → 0 out")},
+        {QJsonObject{{QStringLiteral("output_tokens"), 4096}},
+         QStringLiteral("📊 [API] Tokens: 0 in → 4096 out")},
+    };
+    for (const auto& c : cases) {
+        log_.clear();
+        server_.enqueue(HttpResponse::json(200, answerBody(content, c.usage).toUtf8()));
+        EXPECT_EQ(client().rewrite(QStringLiteral("x"), QStringLiteral("y")),
+                  QStringLiteral("Done"));
+        records = log_.records();
+        EXPECT_EQ(log_.indexOfPrefix(QStringLiteral("📊")) >= 0, !c.tokens.isEmpty());
+        if (!c.tokens.isEmpty()) {
+            EXPECT_TRUE(log_.contains(c.tokens)) << records.join(u'\n').toStdString();
+        }
+        EXPECT_EQ(records.last(), QStringLiteral("✅ [API] Success: \"Done...\" (4 chars)"));
+    }
+}
+
+TEST_F(AnthropicServiceTest, AnswerIsReturnedExactlyAsReceived) {
+    for (const QString& answer : {QStringLiteral("\n  Hello, world.  \n\n"), QStringLiteral(" "),
+                                  QStringLiteral(""), QStringLiteral("\u00a0tabs\t\r\n")}) {
+        server_.enqueue(HttpResponse::messagesAnswer(answer));
+        EXPECT_EQ(client().rewrite(QStringLiteral("x"), QStringLiteral("y")), answer);
+    }
+}
+
+TEST_F(AnthropicServiceTest, ServiceErrorsCarryTheWholeBody) {
+    const QByteArray body =
+        R"({"type":"error","error":{"type":"authentication_error","message":"invalid x-api-key"}})";
+    server_.enqueue(HttpResponse::json(401, body));
+    auto error = caught<AnthropicService::Err>(failure());
+    EXPECT_EQ(error.kind(), AnthropicService::Err::Case::api);
+    EXPECT_EQ(error.errorDescription(), QString::fromUtf8(body));
+    EXPECT_EQ(log_.records().last(), QStringLiteral("❌ [API] Error: ") + QString::fromUtf8(body));
+    EXPECT_EQ(responseLine.match(log_.records().at(4)).captured(1), QStringLiteral("401"));
+
+    // Any status but 200 is an error, also a success code; the text is decoded strictly.
+    const struct {
+        int status;
+        QByteArray body;
+        QString description;
+    } cases[] = {
+        {201, "created", QStringLiteral("created")},
+        {529, "\xef\xbb\xbfOverloaded \xe2\x80\x94 later",
+         QStringLiteral("\ufeffOverloaded — later")},
+        {500, "", QString()},
+        {503, "bad \xff\xfe bytes", QStringLiteral("Unknown error")},
+        {400, "\xed\xa0\x80 surrogate", QStringLiteral("Unknown error")},
+        {502, "\xc0\xaf overlong", QStringLiteral("Unknown error")},
+    };
+    for (const auto& c : cases) {
+        log_.clear();
+        server_.enqueue(HttpResponse::json(c.status, c.body));
+        error = caught<AnthropicService::Err>(failure());
+        EXPECT_EQ(error.kind(), AnthropicService::Err::Case::api);
+        EXPECT_EQ(error.errorDescription(), c.description) << c.status;
+        EXPECT_EQ(log_.records().last(), QStringLiteral("❌ [API] Error: ") + c.description);
+    }
+}
+
+TEST_F(AnthropicServiceTest, UnusableSuccessBodiesFailAfterTheirTraceLines) {
+    // Not JSON at all: the parser's error, nothing traced after the response line.
+    for (const QByteArray& body : {QByteArray("Hello, not JSON"), QByteArray(""),
+                                   QByteArray("{\"content\":[{\"text\":\"\xff\"}]}")}) {
+        log_.clear();
+        server_.enqueue(HttpResponse::json(200, body));
+        const auto error = caught<service::JsonParseError>(failure());
+        EXPECT_FALSE(error.errorDescription().isEmpty());
+        EXPECT_TRUE(responseLine.match(log_.records().last()).hasMatch()) << body.constData();
+    }
+
+    // JSON without a usable first text block: "Parse error", after the tokens line if any.
+    const QJsonObject usage{{QStringLiteral("input_tokens"), 5},
+                            {QStringLiteral("output_tokens"), 0}};
+    const struct {
+        const char* name;
+        QString body;
+        bool tokens;
+    } cases[] = {
+        {"empty content with usage", answerBody(QJsonArray{}, usage), true},
+        {"first block has no text",
+         answerBody(QJsonArray{QJsonObject{{QStringLiteral("type"), QStringLiteral("tool_use")}},
+                               textBlock(QStringLiteral("later"))}),
+         false},
+        {"text that is not a string",
+         answerBody(QJsonArray{QJsonObject{{QStringLiteral("text"), 42}}}, usage), true},
+        {"a later block that is not an object",
+         answerBody(QJsonArray{textBlock(QStringLiteral("first")), QStringLiteral("second")}),
+         false},
+        {"content is an object", answerBody(textBlock(QStringLiteral("x"))), false},
+        {"no content", QStringLiteral(R"({"usage":{"input_tokens":1,"output_tokens":2}})"), true},
+        {"top-level array", QStringLiteral(R"([{"content":[{"text":"x"}]}])"), false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        log_.clear();
+        server_.enqueue(HttpResponse::json(200, c.body.toUtf8()));
+        const auto error = caught<AnthropicService::Err>(failure());
+        EXPECT_EQ(error.kind(), AnthropicService::Err::Case::parse);
+        EXPECT_EQ(error.errorDescription(), QStringLiteral("Parse error"));
+        const QStringList records = log_.records();
+        ASSERT_GE(records.size(), 6);
+        EXPECT_EQ(records.last(), QStringLiteral("❌ [API] Failed to parse response"));
+        EXPECT_EQ(records[records.size() - 2].startsWith(QStringLiteral("📊 [API] Tokens: ")),
+                  c.tokens);
+    }
+}
+
+TEST_F(AnthropicServiceTest, KeyIsTrimmedAndABlankKeySendsNothing) {
+    for (const QString& blank : {QString(), QStringLiteral("   \n\t \r\n  ")}) {
+        log_.clear();
+        settings_.setApiKey(blank);
+        const auto error = caught<AnthropicService::Err>(failure());
+        EXPECT_EQ(error.kind(), AnthropicService::Err::Case::noKey);
+        EXPECT_EQ(error.errorDescription(), QStringLiteral("No API key"));
+        EXPECT_EQ(log_.records(), QStringList{QStringLiteral("❌ [API] No API key configured")});
+    }
+    EXPECT_EQ(server_.connectionCount(), 0);
+
+    log_.clear();
+    settings_.setApiKey(QStringLiteral("  \n sk-ant-trimmed-key \t "));
+    server_.enqueue(HttpResponse::messagesAnswer(QStringLiteral("ok")));
+    EXPECT_EQ(client().rewrite(QStringLiteral("x"), QStringLiteral("y")), QStringLiteral("ok"));
+    EXPECT_EQ(server_.requests().at(0).header("x-api-key"), "sk-ant-trimmed-key");
+    EXPECT_EQ(log_.records().at(1), QStringLiteral("   Key: sk-ant-tri...*** (18 chars)"));
+    EXPECT_EQ(settings_.apiKey(), QStringLiteral("  \n sk-ant-trimmed-key \t ")); // stored as is
+
+    // A key with a line break inside cannot become a header; nothing is sent.
+    settings_.setApiKey(QStringLiteral("sk-ant\r\nX-Injected: 1"));
+    const auto error = caught<service::TransportError>(failure());
+    EXPECT_FALSE(error.errorDescription().isEmpty());
+    EXPECT_EQ(server_.connectionCount(), 1);
+}
+
+TEST_F(AnthropicServiceTest, TracesCountUserPerceivedCharacters) {
+    // Family emoji (ZWJ sequence), a flag, a letter with two combining marks, a skin tone.
+    const QString family = QStringLiteral("👨‍👩‍👧‍👦");
+    const QString flag = QStringLiteral("🇯🇵");
+    const QString marked = QStringLiteral("e\u0301\u0323");
+    const QString unit = family + flag + marked + QStringLiteral("👍🏿a");
+    QString text;
+    for (int i = 0; i < 11; ++i)
+        text += unit; // 55 user-perceived characters
+    settings_.setApiKey(flag + flag + QStringLiteral("key") + family + marked +
+                        QStringLiteral("123456"));
+    server_.enqueue(HttpResponse::messagesAnswer(QStringLiteral("abc")));
+    (void)client().rewrite(text, QStringLiteral("y"));
+
+    const QStringList records = log_.records();
+    EXPECT_EQ(records[1], QStringLiteral("   Key: ") + flag + flag + QStringLiteral("key") +
+                              family + marked + QStringLiteral("123...*** (13 chars)"));
+    QString first50;
+    for (int i = 0; i < 10; ++i)
+        first50 += unit;
+    EXPECT_EQ(records[3],
+              QStringLiteral("   Input: \"") + first50 + QStringLiteral("...\" (55 chars)"));
+    EXPECT_EQ(records.last(), QStringLiteral("✅ [API] Success: \"abc...\" (3 chars)"));
+}
+
+TEST_F(AnthropicServiceTest, SettingsAreReadAtEachRequest) {
+    server_.setHandler(
+        [](const HttpRequest&) { return HttpResponse::messagesAnswer(QStringLiteral("ok")); });
+    const AnthropicService service = client();
+    (void)service.rewrite(QStringLiteral("x"), QStringLiteral("y"));
+    settings_.setSelectedModel(ClaudeModel::opus);
+    settings_.setApiKey(QStringLiteral("sk-ant-second"));
+    (void)service.rewrite(QStringLiteral("x"), QStringLiteral("y"));
+    const auto requests = server_.requests();
+    ASSERT_EQ(requests.size(), 2U);
+    EXPECT_TRUE(requests[0].body.contains("\"model\":\"claude-haiku-4-5\""));
+    EXPECT_TRUE(requests[1].body.contains("\"model\":\"claude-opus-4-6\""));
+    EXPECT_EQ(requests[1].header("x-api-key"), "sk-ant-second");
+    EXPECT_TRUE(log_.contains(QStringLiteral("   Model: Opus 4.6 (claude-opus-4-6)")));
+}
+
+TEST_F(AnthropicServiceTest, IdleTimeoutEndsASilentExchangeButNotASlowSteadyOne) {
+    HttpResponse stall;
+    stall.stall = true;
+    server_.enqueue(stall);
+    const auto start = std::chrono::steady_clock::now();
+    try {
+        (void)client(1s).rewrite(QStringLiteral("x"), QStringLiteral("y"));
+        ADD_FAILURE() << "no timeout";
+    } catch (const service::TransportError& e) {
+        EXPECT_TRUE(e.isTimeout()) << e.errorDescription().toStdString();
+        EXPECT_FALSE(e.errorDescription().isEmpty());
+    }
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, 900ms);
+    EXPECT_LT(took, 5s);
+    EXPECT_EQ(log_.indexOfPrefix(QStringLiteral("📡")), -1); // a transport failure: no line
+
+    // An answer that keeps coming in small pieces takes longer than the idle timeout in all.
+    HttpResponse trickle = HttpResponse::messagesAnswer(QStringLiteral("slow but steady"));
+    trickle.trickleBytes = trickle.body.size() / 8 + 1;
+    trickle.trickleInterval = 350ms;
+    server_.enqueue(trickle);
+    const auto trickleStart = std::chrono::steady_clock::now();
+    EXPECT_EQ(client(1s).rewrite(QStringLiteral("x"), QStringLiteral("y")),
+              QStringLiteral("slow but steady"));
+    EXPECT_GT(std::chrono::steady_clock::now() - trickleStart, 1500ms);
+}
+
+TEST_F(AnthropicServiceTest, TransportFailuresPassThroughReadably) {
+    quint16 closedPort = 0;
+    {
+        const LoopbackHttpServer gone;
+        closedPort = gone.port();
+    }
+    const AnthropicService refused(
+        QUrl(QStringLiteral("http://127.0.0.1:%1/v1/messages").arg(closedPort)), settings_);
+    try {
+        (void)refused.rewrite(QStringLiteral("x"), QStringLiteral("y"));
+        ADD_FAILURE() << "no error";
+    } catch (const service::TransportError& e) {
+        EXPECT_TRUE(e.errorDescription().contains(QString::number(closedPort)))
+            << e.errorDescription().toStdString();
+        EXPECT_FALSE(e.isTimeout());
+    }
+    EXPECT_EQ(log_.records().size(), 4); // the four starting lines only
+
+    HttpResponse hangUp;
+    hangUp.closeWithoutAnswer = true;
+    server_.enqueue(hangUp);
+    EXPECT_FALSE(caught<service::TransportError>(failure()).errorDescription().isEmpty());
+}
+
+TEST_F(AnthropicServiceTest, TlsPeerIsVerified) {
+    // A TLS server whose certificate nobody vouches for.
+    QTemporaryDir tlsDir;
+    const QString cert = tlsDir.filePath(QStringLiteral("cert.pem"));
+    const QString key = tlsDir.filePath(QStringLiteral("key.pem"));
+    const auto keygen = testutil::ChildProcess::run(
+        QStringLiteral("openssl"),
+        {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+         QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-days"),
+         QStringLiteral("1"), QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1"),
+         QStringLiteral("-addext"), QStringLiteral("subjectAltName=IP:127.0.0.1"),
+         QStringLiteral("-keyout"), key, QStringLiteral("-out"), cert});
+    ASSERT_EQ(keygen.exitCode, 0) << keygen.err.constData();
+    testutil::ChildProcess tlsServer(QStringLiteral("openssl"),
+                                     {QStringLiteral("s_server"), QStringLiteral("-accept"),
+                                      QStringLiteral("127.0.0.1:0"), QStringLiteral("-cert"), cert,
+                                      QStringLiteral("-key"), key, QStringLiteral("-www")});
+    QString port;
+    const QRegularExpression accept(QStringLiteral("ACCEPT 127\\.0\\.0\\.1:(\\d+)"));
+    ASSERT_TRUE(tlsServer.waitForOutput([&](const QByteArray& out) {
+        port = accept.match(QString::fromUtf8(out)).captured(1);
+        return !port.isEmpty();
+    }));
+
+    const AnthropicService tls(QUrl(QStringLiteral("https://127.0.0.1:%1/v1/messages").arg(port)),
+                               settings_, 5s);
+    try {
+        (void)tls.rewrite(QStringLiteral("x"), QStringLiteral("y"));
+        ADD_FAILURE() << "an unverified peer was accepted";
+    } catch (const service::TransportError& e) {
+        EXPECT_TRUE(e.errorDescription().contains(QStringLiteral("certificate")))
+            << e.errorDescription().toStdString();
+    }
+}
+
+TEST_F(AnthropicServiceTest, StopRequestAbortsAWaitingExchangePromptly) {
+    HttpResponse stall;
+    stall.stall = true;
+    server_.enqueue(stall);
+    std::stop_source stop;
+    const AnthropicService service = client();
+    auto outcome = std::async(std::launch::async, [&] {
+        try {
+            (void)service.rewrite(QStringLiteral("x"), QStringLiteral("y"), stop.get_token());
+        } catch (const support::CancellationError&) {
+            return std::chrono::steady_clock::now();
+        }
+        ADD_FAILURE() << "not cancelled";
+        return std::chrono::steady_clock::time_point{};
+    });
+    ASSERT_TRUE(server_.waitForRequests(1));
+    std::this_thread::sleep_for(100ms);
+    const auto requested = std::chrono::steady_clock::now();
+    stop.request_stop();
+    ASSERT_EQ(outcome.wait_for(5s), std::future_status::ready);
+    EXPECT_LT(outcome.get() - requested, 500ms);
+}
+
+TEST_F(AnthropicServiceTest, RequestsRunSideBySide) {
+    server_.setHandler([](const HttpRequest& request) {
+        const QJsonObject body = QJsonDocument::fromJson(request.body).object();
+        HttpResponse response = HttpResponse::messagesAnswer(
+            body[QStringLiteral("messages")][0][QStringLiteral("content")].toString().toUpper());
+        response.delay = 400ms;
+        return response;
+    });
+    const AnthropicService service = client();
+    auto first = std::async(std::launch::async, [&] {
+        return service.rewrite(QStringLiteral("first"), QStringLiteral("y"));
+    });
+    auto second = std::async(std::launch::async, [&] {
+        return service.rewrite(QStringLiteral("second"), QStringLiteral("y"));
+    });
+    EXPECT_EQ(first.get(), QStringLiteral("FIRST"));
+    EXPECT_EQ(second.get(), QStringLiteral("SECOND"));
+    EXPECT_EQ(server_.maxConcurrentRequests(), 2);
+    EXPECT_EQ(server_.connectionCount(), 2);
+}
+
+TEST_F(AnthropicServiceTest, LargeInputAndLargeAnswer) {
+    QString input;
+    while (input.size() < qsizetype{1024} * 1024)
+        input += QStringLiteral("Ünïcödé text with \"quotes\" and a newline\n");
+    QString answer;
+    while (answer.size() < qsizetype{10} * 1024 * 1024)
+        answer += QStringLiteral("The answer, line after line — 🙂\n");
+    server_.enqueue(HttpResponse::messagesAnswer(answer));
+    EXPECT_EQ(client().rewrite(input, QStringLiteral("y")), answer);
+    const QJsonObject sent = QJsonDocument::fromJson(server_.requests().at(0).body).object();
+    EXPECT_EQ(sent[QStringLiteral("messages")][0][QStringLiteral("content")].toString(), input);
+}

@@ -1,0 +1,354 @@
+#include "service/AppSettings.h"
+
+#include "platform/sim/SimLoginItem.h"
+#include "support/Log.h"
+#include "support/NotificationCenter.h"
+#include "tests/common/ChildProcess.h"
+#include "tests/common/TestUtil.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSettings>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <atomic>
+#include <csignal>
+#include <functional>
+#include <gtest/gtest.h>
+#include <set>
+#include <thread>
+#include <vector>
+
+namespace {
+
+class AppSettingsTest : public ::testing::Test {
+protected:
+    [[nodiscard]] QString path() const {
+        return dir_.filePath(QStringLiteral("Mendwise-%1.conf").arg(file_));
+    }
+    // Later loads use a file of their own: QSettings keeps what it read of a path in a
+    // process-wide cache, so rewriting one file quickly could be missed.
+    void useNewFile() { ++file_; }
+
+    std::unique_ptr<AppSettings> load() {
+        return std::make_unique<AppSettings>(
+            std::make_unique<QSettings>(path(), QSettings::IniFormat), loginItem_);
+    }
+
+    void writeStore(const QByteArray& ini) {
+        QFile file(path());
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(ini);
+    }
+
+    [[nodiscard]] QByteArray storeBytes() const {
+        QFile file(path());
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+
+    // The value as written in the file under `key` (top level), or nothing.
+    [[nodiscard]] std::optional<QByteArray> storedText(const QString& key) const {
+        const QByteArray prefix = key.toUtf8() + '=';
+        bool topLevel = true;
+        for (const QByteArray& line : storeBytes().split('\n')) {
+            if (line.startsWith('['))
+                topLevel = line == "[General]";
+            else if (topLevel && line.startsWith(prefix))
+                return line.mid(prefix.size());
+        }
+        return std::nullopt;
+    }
+
+    QTemporaryDir dir_;
+    int file_ = 0;
+    platform::sim::SimLoginItem loginItem_;
+};
+
+struct Counter {
+    int count = 0;
+    support::Observation observation;
+};
+
+std::unique_ptr<Counter> countNotifications(const QString& name) {
+    auto counter = std::make_unique<Counter>();
+    counter->observation = support::NotificationCenter::defaultCenter().addObserver(
+        name, [c = counter.get()](const support::Notification&) { ++c->count; });
+    return counter;
+}
+
+} // namespace
+
+TEST_F(AppSettingsTest, FreshStoreYieldsDefaultsAndLoadingWritesNothing) {
+    support::LogCapture log;
+    {
+        const auto settings = load();
+        EXPECT_EQ(settings->apiKey(), QString());
+        EXPECT_EQ(settings->systemPrompt(), AppSettings::defaultSystemPrompt);
+        EXPECT_EQ(settings->selectedModel(), ClaudeModel::haiku);
+        EXPECT_FALSE(settings->launchAtLogin());
+        EXPECT_TRUE(settings->showMenuBarIcon());
+        EXPECT_FALSE(settings->autoFixOnTrigger());
+        testutil::processEventsFor(std::chrono::milliseconds(50));
+    }
+    EXPECT_FALSE(QFileInfo::exists(path()));
+    EXPECT_EQ(loginItem_.registerCalls() + loginItem_.unregisterCalls(), 0);
+    EXPECT_TRUE(log.records().isEmpty());
+    EXPECT_EQ(AppSettings::defaultSystemPrompt.size(), 154);
+}
+
+TEST_F(AppSettingsTest, StoredValuesLoadAsWrittenAndLoadingLeavesTheFileAlone) {
+    const QByteArray ini = "[General]\n"
+                           "anthropic_api_key=\"  sk-ant-spaced  \"\n"
+                           "system_prompt=\n"
+                           "selected_model=claude-opus-4-6\n"
+                           "launch_at_login=true\n"
+                           "show_menu_bar_icon=false\n"
+                           "auto_fix_on_trigger=true\n";
+    writeStore(ini);
+    const QDateTime modified = QFileInfo(path()).lastModified();
+    {
+        const auto settings = load();
+        EXPECT_EQ(settings->apiKey(), QStringLiteral("  sk-ant-spaced  "));
+        EXPECT_EQ(settings->systemPrompt(), QString()); // stored empty, not the default
+        EXPECT_EQ(settings->selectedModel(), ClaudeModel::opus);
+        EXPECT_TRUE(settings->launchAtLogin());
+        EXPECT_FALSE(settings->showMenuBarIcon());
+        EXPECT_TRUE(settings->autoFixOnTrigger());
+        testutil::processEventsFor(std::chrono::milliseconds(50));
+    }
+    EXPECT_EQ(storeBytes(), ini);
+    EXPECT_EQ(QFileInfo(path()).lastModified(), modified);
+    EXPECT_EQ(loginItem_.registerCalls(), 0); // the registration is not touched at load
+}
+
+TEST_F(AppSettingsTest, UnknownModelFallsBackToHaikuAndStaysInTheStore) {
+    for (const QByteArray stored : {"claude-3-haiku-20240307", "Claude-sonnet-4-6", "opus"}) {
+        useNewFile();
+        writeStore("[General]\nselected_model=" + stored + "\nsystem_prompt=kept\n");
+        const auto settings = load();
+        EXPECT_EQ(settings->selectedModel(), ClaudeModel::haiku) << stored.constData();
+        settings->setSystemPrompt(QStringLiteral("edited")); // a write of another key
+        EXPECT_EQ(storedText(AppSettings::modelKey), stored);
+    }
+}
+
+// The INI store keeps no types: a Boolean is the bare word true or false, as QSettings writes
+// one. Anything else stored under a switch is not a Boolean and takes the switch's fallback.
+TEST_F(AppSettingsTest, MalformedStoredValuesTakeTheirFallbacks) {
+    const QByteArray notBooleans[] = {
+        "yes", "1", "0", "False", "TRUE", "", "\"\"", "true, false", "@Variant(garbage", "no"};
+    for (const QByteArray& value : notBooleans) {
+        useNewFile();
+        writeStore("[General]\nshow_menu_bar_icon=" + value + "\nlaunch_at_login=" + value +
+                   "\nauto_fix_on_trigger=" + value + "\n");
+        const auto settings = load();
+        EXPECT_TRUE(settings->showMenuBarIcon()) << value.constData();
+        EXPECT_FALSE(settings->launchAtLogin()) << value.constData();
+        EXPECT_FALSE(settings->autoFixOnTrigger()) << value.constData();
+    }
+    // A list (an unquoted comma) is no string: the fallbacks apply.
+    useNewFile();
+    writeStore("[General]\nanthropic_api_key=sk-ant, other\nsystem_prompt=Fix this, please\n"
+               "selected_model=claude-opus-4-6, claude-haiku-4-5\n");
+    const auto settings = load();
+    EXPECT_EQ(settings->apiKey(), QString());
+    EXPECT_EQ(settings->systemPrompt(), AppSettings::defaultSystemPrompt);
+    EXPECT_EQ(settings->selectedModel(), ClaudeModel::haiku);
+}
+
+TEST_F(AppSettingsTest, EveryAssignmentIsAnnouncedBeforeAndWrittenAtOnce) {
+    struct Case {
+        const char* name;
+        std::function<void(AppSettings&)> assign;
+        std::function<QString(const AppSettings&)> read;
+        QString key;
+        QByteArray stored;
+    };
+    const std::vector<Case> cases = {
+        {"apiKey", [](AppSettings& s) { s.setApiKey(QStringLiteral(" sk-ant-new ")); },
+         [](const AppSettings& s) { return s.apiKey(); }, AppSettings::apiKeyKey,
+         "\" sk-ant-new \""},
+        {"systemPrompt", [](AppSettings& s) { s.setSystemPrompt(QStringLiteral("Be brief")); },
+         [](const AppSettings& s) { return s.systemPrompt(); }, AppSettings::systemPromptKey,
+         "Be brief"},
+        {"selectedModel", [](AppSettings& s) { s.setSelectedModel(ClaudeModel::sonnet); },
+         [](const AppSettings& s) { return s.selectedModel().rawValue(); }, AppSettings::modelKey,
+         "claude-sonnet-4-6"},
+        {"launchAtLogin", [](AppSettings& s) { s.setLaunchAtLogin(true); },
+         [](const AppSettings& s) { return QVariant(s.launchAtLogin()).toString(); },
+         AppSettings::launchAtLoginKey, "true"},
+        {"showMenuBarIcon", [](AppSettings& s) { s.setShowMenuBarIcon(false); },
+         [](const AppSettings& s) { return QVariant(s.showMenuBarIcon()).toString(); },
+         AppSettings::showMenuBarIconKey, "false"},
+        {"autoFixOnTrigger", [](AppSettings& s) { s.setAutoFixOnTrigger(true); },
+         [](const AppSettings& s) { return QVariant(s.autoFixOnTrigger()).toString(); },
+         AppSettings::autoFixOnTriggerKey, "true"},
+    };
+    const auto settings = load();
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString before = c.read(*settings);
+        QStringList seen; // what observers saw, in order
+        const auto willChange = QObject::connect(settings.get(), &AppSettings::objectWillChange,
+                                                 [&] { seen << u"will:" + c.read(*settings); });
+        const auto didChange = QObject::connect(settings.get(), &AppSettings::changed, [&] {
+            seen << u"did:" + c.read(*settings) +
+                        (storedText(c.key) == c.stored ? u":written" : u":unwritten");
+        });
+        c.assign(*settings);
+        QObject::disconnect(willChange);
+        QObject::disconnect(didChange);
+        EXPECT_EQ(seen,
+                  (QStringList{u"will:" + before, u"did:" + c.read(*settings) + u":written"}));
+        EXPECT_NE(c.read(*settings), before);
+        EXPECT_EQ(storedText(c.key), c.stored); // on disk, without waiting for anything
+    }
+    // Read back by a fresh instance.
+    const auto reloaded = load();
+    for (const Case& c : cases)
+        EXPECT_EQ(c.read(*reloaded), c.read(*settings)) << c.name;
+}
+
+TEST_F(AppSettingsTest, RepeatedAssignmentStillWritesAndNotifies) {
+    const auto settings = load();
+    const auto notifications = countNotifications(QStringLiteral("menuBarIconVisibilityChanged"));
+    int announcements = 0;
+    QObject::connect(settings.get(), &AppSettings::objectWillChange, [&] { ++announcements; });
+
+    settings->setShowMenuBarIcon(true); // already true
+    EXPECT_EQ(storedText(AppSettings::showMenuBarIconKey), QByteArray("true"));
+    EXPECT_EQ(notifications->count, 1);
+    EXPECT_EQ(announcements, 1);
+
+    ASSERT_TRUE(QFile::remove(path()));
+    settings->setShowMenuBarIcon(true);
+    EXPECT_EQ(storedText(AppSettings::showMenuBarIconKey), QByteArray("true"));
+    EXPECT_EQ(notifications->count, 2);
+    EXPECT_EQ(announcements, 2);
+
+    // The other values have no side effects.
+    settings->setApiKey(settings->apiKey());
+    settings->setAutoFixOnTrigger(false);
+    EXPECT_EQ(storedText(AppSettings::apiKeyKey), QByteArray(""));
+    EXPECT_EQ(storedText(AppSettings::autoFixOnTriggerKey), QByteArray("false"));
+    EXPECT_EQ(notifications->count, 2);
+    EXPECT_EQ(loginItem_.registerCalls() + loginItem_.unregisterCalls(), 0);
+}
+
+TEST_F(AppSettingsTest, LaunchAtLoginFollowsTheLoginItemAndKeepsItsValueWhenThatFails) {
+    const auto settings = load();
+    {
+        support::LogCapture log;
+        settings->setLaunchAtLogin(true);
+        EXPECT_TRUE(loginItem_.isRegistered());
+        settings->setLaunchAtLogin(false);
+        EXPECT_FALSE(loginItem_.isRegistered());
+        EXPECT_EQ(loginItem_.registerCalls(), 1);
+        EXPECT_EQ(loginItem_.unregisterCalls(), 1);
+        EXPECT_TRUE(log.records().isEmpty());
+    }
+
+    loginItem_.failWith(QStringLiteral("The operation couldn’t be completed."));
+    support::LogCapture log;
+    settings->setLaunchAtLogin(true);
+    EXPECT_EQ(log.records(),
+              QStringList{QStringLiteral(
+                  "Failed to update login item: The operation couldn’t be completed.")});
+    EXPECT_TRUE(settings->launchAtLogin());
+    EXPECT_EQ(storedText(AppSettings::launchAtLoginKey), QByteArray("true"));
+    EXPECT_FALSE(loginItem_.isRegistered());
+    EXPECT_EQ(loginItem_.registerCalls(), 2); // no retry
+}
+
+TEST_F(AppSettingsTest, BackgroundReadsNeverSeeATornValue) {
+    const auto settings = load();
+    const QString keys[] = {QStringLiteral("sk-ant-first-key"), QStringLiteral("sk-ant-second")};
+    const QString prompts[] = {QStringLiteral("Prompt one"), QStringLiteral("Prompt two, longer")};
+    settings->setApiKey(keys[0]);
+    settings->setSystemPrompt(prompts[0]);
+    std::atomic<bool> done{false};
+    std::atomic<int> reads{0};
+    std::atomic<int> unexpected{0};
+    std::thread reader([&] {
+        while (!done.load()) {
+            const QString key = settings->apiKey();
+            const QString prompt = settings->systemPrompt();
+            const ClaudeModel model = settings->selectedModel();
+            if ((key != keys[0] && key != keys[1]) ||
+                (prompt != prompts[0] && prompt != prompts[1]) ||
+                (model != ClaudeModel::haiku && model != ClaudeModel::opus))
+                ++unexpected;
+            ++reads;
+        }
+    });
+    for (int i = 0; i < 60; ++i) {
+        settings->setApiKey(keys[i % 2]);
+        settings->setSystemPrompt(prompts[i % 2]);
+        settings->setSelectedModel(i % 2 ? ClaudeModel::opus : ClaudeModel::haiku);
+    }
+    done = true;
+    reader.join();
+    EXPECT_GT(reads.load(), 0);
+    EXPECT_EQ(unexpected.load(), 0);
+}
+
+// The shared instance works over the user's store; these cases run against the test's own
+// throw-away configuration folder.
+TEST(AppSettingsShared, OneInstanceForEveryThreadOwnedByTheMainThread) {
+    std::vector<std::thread> threads;
+    std::vector<AppSettings*> seen(8, nullptr);
+    for (size_t i = 0; i < seen.size(); ++i)
+        threads.emplace_back([&seen, i] { seen[i] = &AppSettings::shared(); });
+    for (auto& thread : threads)
+        thread.join();
+    for (AppSettings* instance : seen)
+        EXPECT_EQ(instance, &AppSettings::shared());
+    EXPECT_EQ(AppSettings::shared().thread(), QCoreApplication::instance()->thread());
+    EXPECT_FALSE(AppSettings::setSharedLoginItem(std::make_unique<platform::sim::SimLoginItem>()));
+}
+
+namespace {
+
+testutil::ChildProcess::Result probe(const QString& command) {
+    return testutil::ChildProcess::run(QStringLiteral(MENDWISE_SETTINGS_PROBE), {command});
+}
+
+QJsonObject printedValues() {
+    const auto printed = probe(QStringLiteral("print"));
+    EXPECT_EQ(printed.exitCode, 0) << printed.err.constData();
+    return QJsonDocument::fromJson(printed.out).object();
+}
+
+} // namespace
+
+TEST(AppSettingsShared, ValuesAreReadBackByANewProcessAndSurviveACrash) {
+    AppSettings& settings = AppSettings::shared();
+    settings.setApiKey(QStringLiteral("  sk-ant-from-parent  "));
+    settings.setSystemPrompt(QStringLiteral("Line one\nline \"two\""));
+    settings.setSelectedModel(ClaudeModel::opus);
+    settings.setShowMenuBarIcon(false);
+    settings.setAutoFixOnTrigger(true);
+
+    const QString file = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+                         QStringLiteral("/Mendwise/Mendwise.conf");
+    EXPECT_TRUE(QFileInfo::exists(file)) << file.toStdString();
+
+    const QJsonObject read = printedValues();
+    EXPECT_EQ(read.value(u"apiKey").toString(), QStringLiteral("  sk-ant-from-parent  "));
+    EXPECT_EQ(read.value(u"systemPrompt").toString(), QStringLiteral("Line one\nline \"two\""));
+    EXPECT_EQ(read.value(u"selectedModel").toString(), QStringLiteral("claude-opus-4-6"));
+    EXPECT_EQ(read.value(u"launchAtLogin").toBool(true), false);
+    EXPECT_EQ(read.value(u"showMenuBarIcon").toBool(true), false);
+    EXPECT_EQ(read.value(u"autoFixOnTrigger").toBool(false), true);
+
+    // A process that is killed right after an assignment has still stored it.
+    EXPECT_EQ(probe(QStringLiteral("assign-then-crash")).signal, SIGKILL);
+    const QJsonObject after = printedValues();
+    EXPECT_EQ(after.value(u"apiKey").toString(), QStringLiteral("sk-ant-before-crash"));
+    EXPECT_EQ(after.value(u"selectedModel").toString(), QStringLiteral("claude-sonnet-4-6"));
+    EXPECT_EQ(after.value(u"systemPrompt").toString(), QStringLiteral("Line one\nline \"two\""));
+}

@@ -1,0 +1,111 @@
+#include "platform/x11/XdgAutostartLoginItem.h"
+#include "service/AppSettings.h"
+#include "support/Log.h"
+#include "tests/common/TestUtil.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using platform::x11::XdgAutostartLoginItem;
+
+namespace {
+
+QByteArray readFile(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QByteArray execLine(const QByteArray& entry) {
+    for (const QByteArray& line : entry.split('\n')) {
+        if (line.startsWith("Exec="))
+            return line.mid(5);
+    }
+    return {};
+}
+
+} // namespace
+
+TEST(XdgAutostartLoginItem, RegisterCreatesTheEntryAndUnregisterRemovesIt) {
+    QTemporaryDir config;
+    const testutil::ScopedEnv env("XDG_CONFIG_HOME", config.path());
+    const QString entry = config.path() + QStringLiteral("/autostart/mendwise.desktop");
+    ASSERT_EQ(XdgAutostartLoginItem::entryPath(), entry);
+
+    XdgAutostartLoginItem running; // starts the running executable
+    EXPECT_EQ(running.registerLoginItem(), std::nullopt);
+    const QByteArray contents = readFile(entry);
+    EXPECT_TRUE(contents.startsWith("[Desktop Entry]\n"));
+    EXPECT_TRUE(contents.contains("\nType=Application\n"));
+    EXPECT_TRUE(contents.contains("\nName=Mendwise\n"));
+    EXPECT_EQ(execLine(contents), '"' + QCoreApplication::applicationFilePath().toUtf8() + '"');
+
+    EXPECT_EQ(running.registerLoginItem(), std::nullopt); // again: same entry
+    EXPECT_EQ(readFile(entry), contents);
+    EXPECT_EQ(running.unregisterLoginItem(), std::nullopt);
+    EXPECT_FALSE(QFileInfo::exists(entry));
+    EXPECT_EQ(running.unregisterLoginItem(), std::nullopt); // not registered is fine
+}
+
+TEST(XdgAutostartLoginItem, EntryFollowsTheXdgConfigHomeRules) {
+    QTemporaryDir home;
+    const testutil::ScopedEnv homeEnv("HOME", home.path());
+    const QString fallback = home.path() + QStringLiteral("/.config/autostart/mendwise.desktop");
+    {
+        const testutil::ScopedEnv unset("XDG_CONFIG_HOME", std::nullopt);
+        EXPECT_EQ(XdgAutostartLoginItem::entryPath(), fallback);
+        EXPECT_EQ(XdgAutostartLoginItem(QStringLiteral("/usr/bin/mendwise")).registerLoginItem(),
+                  std::nullopt);
+        EXPECT_TRUE(QFileInfo::exists(fallback)); // folders created as needed
+    }
+    {
+        const testutil::ScopedEnv relative("XDG_CONFIG_HOME", QStringLiteral("relative/config"));
+        EXPECT_EQ(XdgAutostartLoginItem::entryPath(), fallback);
+    }
+}
+
+TEST(XdgAutostartLoginItem, ExecQuotesEveryPath) {
+    const struct {
+        QString path;
+        QByteArray exec;
+    } cases[] = {
+        {QStringLiteral("/opt/Mendwise Apps/mendwise"), R"("/opt/Mendwise Apps/mendwise")"},
+        {QStringLiteral("/home/a\"b/mendwise"), R"("/home/a\\"b/mendwise")"},
+        {QStringLiteral("/tmp/$HOME/`x`/mendwise"), R"("/tmp/\\$HOME/\\`x\\`/mendwise")"},
+        {QStringLiteral("/tmp/back\\slash"), R"("/tmp/back\\\\slash")"},
+        {QStringLiteral("/tmp/100%/mendwise"), R"("/tmp/100%%/mendwise")"},
+        {QStringLiteral("/tmp/caf\u00e9;&|/m"), "\"/tmp/caf\xc3\xa9;&|/m\""},
+        {QStringLiteral("/tmp/line\nbreak"), R"("/tmp/line\nbreak")"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(execLine(XdgAutostartLoginItem::entryContents(c.path)), c.exec)
+            << c.exec.constData();
+}
+
+TEST(XdgAutostartLoginItem, FailureIsDescribedAndLoggedBySettings) {
+    QTemporaryDir config;
+    const testutil::ScopedEnv env("XDG_CONFIG_HOME", config.path());
+    // A file where the autostart folder should be.
+    QFile blocker(config.path() + QStringLiteral("/autostart"));
+    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+
+    XdgAutostartLoginItem loginItem(QStringLiteral("/usr/bin/mendwise"));
+    const std::optional<QString> error = loginItem.registerLoginItem();
+    ASSERT_TRUE(error.has_value());
+    EXPECT_TRUE(error->contains(config.path() + QStringLiteral("/autostart")))
+        << error->toStdString();
+
+    QTemporaryDir store;
+    AppSettings settings(
+        std::make_unique<QSettings>(store.filePath(QStringLiteral("s.conf")), QSettings::IniFormat),
+        loginItem);
+    support::LogCapture log;
+    settings.setLaunchAtLogin(true);
+    EXPECT_EQ(log.records(), QStringList{QStringLiteral("Failed to update login item: ") + *error});
+    EXPECT_TRUE(settings.launchAtLogin());
+}

@@ -1,0 +1,401 @@
+#include "support/Error.h"
+#include "tests/text/TextExchangeFixture.h"
+#include "text/TextSelectionError.h"
+
+#include <QStringList>
+#include <gmock/gmock.h>
+#include <stop_token>
+#include <thread>
+
+using namespace std::chrono_literals;
+using platform::sim::AXAnswer;
+using platform::sim::CopyBehaviour;
+using platform::sim::Element;
+using testing::IsEmpty;
+
+namespace {
+
+const QString tag = QStringLiteral("[TextSelectionService] ");
+
+QString beginRecord(const QString& bundle, const QString& name, bool trusted,
+                    const QString& frontmost) {
+    return tag + QString(33, QChar(0x2500)) + u'\n' + tag +
+           QStringLiteral("📋 copySelectedText BEGIN") +
+           QStringLiteral("\n  - sourceApp bundle:  ") + bundle +
+           QStringLiteral("\n  - sourceApp name:    ") + name +
+           QStringLiteral("\n  - AX trusted:        ") +
+           (trusted ? QStringLiteral("true") : QStringLiteral("false")) +
+           QStringLiteral("\n  - Current frontmost: ") + frontmost;
+}
+
+// Sixty-one user-perceived characters of two code units each (e + combining acute).
+QString accentedRun(int characters) {
+    QString text;
+    for (int i = 0; i < characters; ++i)
+        text += QStringLiteral("e\u0301");
+    return text;
+}
+
+} // namespace
+
+TEST_F(TextExchangeTest, SelectionOfSpacesComesThroughAccessibilityAlone) {
+    desktop.setSelectedText(editorPid, QStringLiteral("   "));
+    desktop.setString(QStringLiteral("clipboard"));
+    const auto changeCount = desktop.changeCount();
+
+    const QString text = inBackground([&] { return service.copySelectedText(editor, {}); });
+
+    EXPECT_EQ(text, QStringLiteral("   "));
+    EXPECT_EQ(
+        logs.records(),
+        QStringList({
+            QStringLiteral("[TextSelectionService] ─────────────────────────────────\n"
+                           "[TextSelectionService] 📋 copySelectedText BEGIN\n"
+                           "  - sourceApp bundle:  org.example.editor\n"
+                           "  - sourceApp name:    Editor\n"
+                           "  - AX trusted:        true\n"
+                           "  - Current frontmost: org.example.editor"),
+            QStringLiteral("[TextSelectionService] 🔍 Trying AX API for PID 42..."),
+            QStringLiteral("[TextSelectionService] AX: kAXWindowsAttribute result: 0 (0=success)"),
+            QStringLiteral("[TextSelectionService] AX: kAXFocusedUIElement result: 0 (0=success)"),
+            QStringLiteral("[TextSelectionService] AX: focused element role: AXTextArea"),
+            QStringLiteral("[TextSelectionService] AX: kAXSelectedText result: 0 (0=success)"),
+            QStringLiteral("[TextSelectionService] ✅ AX SUCCESS — 3 chars: \"   \""),
+            QStringLiteral("[TextSelectionService] ─────────────────────────────────"),
+        }));
+    // The pasteboard is not touched and no keystroke is sent on this path.
+    EXPECT_EQ(desktop.string(), QStringLiteral("clipboard"));
+    EXPECT_EQ(desktop.changeCount(), changeCount);
+    EXPECT_THAT(desktop.postedEvents(), IsEmpty());
+}
+
+TEST_F(TextExchangeTest, EmptyAccessibilityTextFallsBackToSyntheticCopy) {
+    desktop.setText(editorPid, QStringLiteral("Hello world"), {6, 5});
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedText"),
+                      AXAnswer::with(QString()));
+
+    const QString text = inBackground([&] { return service.copySelectedText(editor, {}); });
+
+    EXPECT_EQ(text, QStringLiteral("world"));
+    const QStringList records = logs.records();
+    ASSERT_EQ(records.size(), 17) << records.join(u'\n').toStdString();
+    EXPECT_EQ(
+        records.mid(6),
+        QStringList({
+            tag + QStringLiteral("AX: attribute returned empty or non-string value: \"\""),
+            tag + QStringLiteral("⚠️ AX returned nothing — falling back to CGEvent copy"),
+            tag + QStringLiteral("📌 Pasteboard BEFORE clear: empty"),
+            tag + QStringLiteral("🧹 Pasteboard cleared"),
+            tag + QStringLiteral("⏱ Waiting 200ms for modifier keys to release..."),
+            tag + QStringLiteral("⏱ Done. Frontmost: org.example.editor"),
+            tag + QStringLiteral("⌨️ Posting Cmd+C via CGEvent to PID 42..."),
+            tag + QStringLiteral("📋 Pasteboard AFTER copy: \"world\""),
+            tag + QStringLiteral("📋 Pasteboard change count: %1").arg(desktop.changeCount()),
+            tag + QStringLiteral("✅ copySelectedText SUCCESS — 5 chars"),
+            separator(),
+        }));
+    // Command+C went to the source application's process: down then up, Command alone,
+    // from a hardware-state source.
+    const auto events = desktop.postedEvents();
+    ASSERT_EQ(events.size(), 2U);
+    for (const auto& event : events) {
+        EXPECT_EQ(event.virtualKey, 8);
+        EXPECT_EQ(event.flags, 0x100000U);
+        EXPECT_EQ(event.targetPid, editorPid);
+        EXPECT_EQ(event.tap, std::nullopt);
+        EXPECT_EQ(event.sourceState, 1);
+    }
+    EXPECT_TRUE(events[0].keyDown);
+    EXPECT_FALSE(events[1].keyDown);
+    // The copied selection stays on the pasteboard, as plain text only.
+    EXPECT_EQ(desktop.string(), QStringLiteral("world"));
+}
+
+TEST_F(TextExchangeTest, FocusedElementQueryReportsItsCode) {
+    // Success without an element is logged as error 0; a failure with its own signed code.
+    desktop.setAnswer(editorPid, Element::application, QStringLiteral("AXFocusedUIElement"),
+                      AXAnswer::noValue());
+    EXPECT_EQ(service.readSelectedTextViaAX(editorPid), std::nullopt);
+    desktop.setAnswer(editorPid, Element::application, QStringLiteral("AXFocusedUIElement"),
+                      AXAnswer::failure(platform::ax::cannotComplete));
+    EXPECT_EQ(service.readSelectedTextViaAX(editorPid), std::nullopt);
+
+    EXPECT_EQ(logs.records(),
+              QStringList({
+                  tag + QStringLiteral("AX: kAXWindowsAttribute result: 0 (0=success)"),
+                  tag + QStringLiteral("AX: kAXFocusedUIElement result: 0 (0=success)"),
+                  tag + QStringLiteral("AX: could not get focused element (error 0)"),
+                  tag + QStringLiteral("AX: kAXWindowsAttribute result: 0 (0=success)"),
+                  tag + QStringLiteral("AX: kAXFocusedUIElement result: -25204 (0=success)"),
+                  tag + QStringLiteral("AX: could not get focused element (error -25204)"),
+              }));
+    // Nothing is asked of an element that did not come back.
+    for (const auto& call : desktop.accessibilityCalls())
+        EXPECT_NE(call.element, Element::focused) << call.toString().toStdString();
+}
+
+TEST_F(TextExchangeTest, AccessibilityReadLogsRoleAndValueProblems) {
+    desktop.setAnswer(editorPid, Element::application, QStringLiteral("AXWindows"),
+                      AXAnswer::failure(platform::ax::apiDisabled));
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXRole"),
+                      AXAnswer::failure(platform::ax::attributeUnsupported));
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedText"),
+                      AXAnswer::with(5.0));
+    EXPECT_EQ(service.readSelectedTextViaAX(editorPid), std::nullopt);
+
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedText"),
+                      AXAnswer::noValue());
+    EXPECT_EQ(service.readSelectedTextViaAX(editorPid), std::nullopt);
+
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedText"),
+                      AXAnswer::failure(platform::ax::noValue));
+    EXPECT_EQ(service.readSelectedTextViaAX(editorPid), std::nullopt);
+
+    const QStringList records = logs.records();
+    ASSERT_EQ(records.size(), 15);
+    EXPECT_EQ(records[0],
+              tag + QStringLiteral("AX: kAXWindowsAttribute result: -25211 (0=success)"));
+    EXPECT_EQ(records[2], tag + QStringLiteral("AX: focused element role: unknown"));
+    EXPECT_EQ(records[4],
+              tag + QStringLiteral("AX: attribute returned empty or non-string value: 5"));
+    EXPECT_EQ(records[9],
+              tag + QStringLiteral("AX: attribute returned empty or non-string value: nil"));
+    EXPECT_EQ(records[13], tag + QStringLiteral("AX: kAXSelectedText result: -25212 (0=success)"));
+    EXPECT_EQ(records[14],
+              tag + QStringLiteral("AX: could not read kAXSelectedTextAttribute (error -25212)"));
+}
+
+TEST_F(TextExchangeTest, WithoutSourceApplicationTheCopyGoesThroughTheEventTap) {
+    desktop.setSelectedText(editorPid, QStringLiteral("typed text"));
+
+    const QString text = inBackground([&] { return service.copySelectedText(std::nullopt, {}); });
+
+    EXPECT_EQ(text, QStringLiteral("typed text"));
+    const QStringList records = logs.records();
+    ASSERT_FALSE(records.isEmpty());
+    EXPECT_EQ(records[0], beginRecord(QStringLiteral("EMPTY ⚠️"), QStringLiteral("nil"), true,
+                                      QStringLiteral("org.example.editor")));
+    EXPECT_EQ(records[1], tag + QStringLiteral("📌 Pasteboard BEFORE clear: empty"));
+    EXPECT_EQ(logs.indexOfPrefix(tag + QStringLiteral("🔍 Trying AX API")), -1);
+    EXPECT_GE(logs.indexOf(tag + QStringLiteral("⌨️ Posting Cmd+C via CGEvent to PID -1...")),
+              0);
+    // Only the trust test touched the accessibility interface.
+    for (const auto& call : desktop.accessibilityCalls())
+        EXPECT_FALSE(call.touchesApplication()) << call.toString().toStdString();
+    const auto events = desktop.postedEvents();
+    ASSERT_EQ(events.size(), 2U);
+    for (const auto& event : events) {
+        EXPECT_EQ(event.tap, 0);
+        EXPECT_EQ(event.targetPid, std::nullopt);
+        EXPECT_EQ(event.deliveredTo, editorPid);
+    }
+
+    // A source application without a bundle identifier reads as missing too.
+    logs.clear();
+    const platform::RunningApplication anonymous{editorPid, QString(), std::nullopt};
+    EXPECT_EQ(inBackground([&] { return service.copySelectedText(anonymous, {}); }),
+              QStringLiteral("typed text"));
+    EXPECT_EQ(logs.records().value(0),
+              beginRecord(QStringLiteral("EMPTY ⚠️"), QStringLiteral("nil"), true,
+                          QStringLiteral("org.example.editor")));
+}
+
+TEST_F(TextExchangeTest, UntrustedProcessStillTriesTheCopy) {
+    desktop.setTrusted(false);
+    desktop.setSelectedText(editorPid, QStringLiteral("secret"));
+    desktop.setFrontmost(std::nullopt);
+
+    const QString text = inBackground([&] { return service.copySelectedText(editor, {}); });
+
+    EXPECT_EQ(text, QStringLiteral("secret"));
+    const QStringList records = logs.records();
+    ASSERT_GE(records.size(), 4);
+    EXPECT_EQ(records[0], beginRecord(QStringLiteral("org.example.editor"),
+                                      QStringLiteral("Editor"), false, QStringLiteral("nil")));
+    EXPECT_EQ(records[1], tag + QStringLiteral("🔍 Trying AX API for PID 42..."));
+    EXPECT_EQ(records[2],
+              tag + QStringLiteral("AX: ❌ NOT TRUSTED — open System Settings → Privacy & "
+                                   "Security → Accessibility and enable Mendwise, then QUIT and "
+                                   "RELAUNCH the app"));
+    EXPECT_EQ(records[3],
+              tag + QStringLiteral("⚠️ AX returned nothing — falling back to CGEvent copy"));
+    EXPECT_GE(logs.indexOf(tag + QStringLiteral("⏱ Done. Frontmost: nil")), 0);
+    for (const auto& call : desktop.accessibilityCalls())
+        EXPECT_FALSE(call.touchesApplication()) << call.toString().toStdString();
+}
+
+TEST_F(TextExchangeTest, LongSelectionsAreCountedAndPreviewedInCharacters) {
+    const QString selection = accentedRun(61);
+    ASSERT_EQ(selection.size(), 122);
+    const QString preview = u'"' + accentedRun(60) + u'"';
+
+    desktop.setSelectedText(editorPid, selection);
+    EXPECT_EQ(inBackground([&] { return service.copySelectedText(editor, {}); }), selection);
+    EXPECT_GE(logs.indexOf(tag + QStringLiteral("✅ AX SUCCESS — 61 chars: ") + preview), 0);
+
+    // A huge selection is counted whole and previewed short.
+    logs.clear();
+    const QString huge = QString(2'000'000, u'x');
+    desktop.setSelectedText(editorPid, huge);
+    EXPECT_EQ(inBackground([&] { return service.copySelectedText(editor, {}); }).size(),
+              huge.size());
+    EXPECT_GE(logs.indexOf(tag + QStringLiteral("✅ AX SUCCESS — 2000000 chars: \"") +
+                           QString(60, u'x') + u'"'),
+              0);
+    desktop.setSelectedText(editorPid, selection);
+
+    // The same through the synthetic copy.
+    logs.clear();
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedText"),
+                      AXAnswer::failure(platform::ax::attributeUnsupported));
+    EXPECT_EQ(inBackground([&] { return service.copySelectedText(editor, {}); }), selection);
+    EXPECT_GE(logs.indexOf(tag + QStringLiteral("📋 Pasteboard AFTER copy: ") + preview), 0);
+    EXPECT_GE(logs.indexOf(tag + QStringLiteral("✅ copySelectedText SUCCESS — 61 chars")), 0);
+
+    // And the pasteboard text it replaced is previewed the same way.
+    logs.clear();
+    desktop.setString(accentedRun(70));
+    desktop.setCopyBehaviour(editorPid, CopyBehaviour::never());
+    EXPECT_THROW(inBackground([&] { return service.copySelectedText(editor, {}); }),
+                 TextSelectionError);
+    EXPECT_GE(logs.indexOf(tag + QStringLiteral("📌 Pasteboard BEFORE clear: ") + preview), 0);
+    EXPECT_EQ(desktop.string(), accentedRun(70));
+}
+
+TEST_F(TextExchangeTest, ImageOnlyPasteboardIsLostEitherWay) {
+    const QByteArray png("\x89PNG\r\n\x1a\n", 8);
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedText"),
+                      AXAnswer::failure(platform::ax::attributeUnsupported));
+    desktop.setSelectedText(editorPid, QStringLiteral("caption"));
+
+    desktop.putOnPasteboard(QStringLiteral("image/png"), png);
+    desktop.setCopyBehaviour(editorPid, CopyBehaviour::never());
+    EXPECT_THROW(inBackground([&] { return service.copySelectedText(editor, {}); }),
+                 TextSelectionError);
+    EXPECT_GE(logs.indexOf(tag + QStringLiteral("📌 Pasteboard BEFORE clear: empty")), 0);
+    EXPECT_EQ(logs.indexOfPrefix(tag + QStringLiteral("↩️")), -1);
+    EXPECT_THAT(desktop.types(), IsEmpty());
+
+    desktop.putOnPasteboard(QStringLiteral("image/png"), png);
+    desktop.setCopyBehaviour(editorPid, CopyBehaviour::selection());
+    EXPECT_EQ(inBackground([&] { return service.copySelectedText(editor, {}); }),
+              QStringLiteral("caption"));
+    EXPECT_EQ(desktop.types(), QStringList{QStringLiteral("text/plain")});
+    EXPECT_EQ(desktop.string(), QStringLiteral("caption"));
+}
+
+TEST_F(TextExchangeTest, SelectionEqualToThePasteboardIsStillDetected) {
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedText"),
+                      AXAnswer::failure(platform::ax::attributeUnsupported));
+    desktop.setSelectedText(editorPid, QStringLiteral("same"));
+    desktop.setString(QStringLiteral("same"));
+
+    EXPECT_EQ(inBackground([&] { return service.copySelectedText(editor, {}); }),
+              QStringLiteral("same"));
+    EXPECT_GE(logs.indexOf(tag + QStringLiteral(
+                                     "AX: could not read kAXSelectedTextAttribute (error -25205)")),
+              0);
+    EXPECT_GE(logs.indexOf(tag + QStringLiteral("📌 Pasteboard BEFORE clear: \"same\"")), 0);
+    EXPECT_GE(logs.indexOf(tag + QStringLiteral("✅ copySelectedText SUCCESS — 4 chars")), 0);
+    // The copy really happened: the Command+C reached the editor.
+    EXPECT_EQ(desktop.postedEvents().size(), 2U);
+}
+
+TEST_F(TextExchangeTest, AnswerAfterThirtyMillisecondsIsFoundLongBeforeTheDeadline) {
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedText"),
+                      AXAnswer::noValue());
+    desktop.setSelectedText(editorPid, QStringLiteral("slow app"));
+    desktop.setCopyBehaviour(editorPid, CopyBehaviour::selection(30ms));
+
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(inBackground([&] { return service.copySelectedText(editor, {}); }),
+              QStringLiteral("slow app"));
+    const auto elapsed = std::chrono::steady_clock::now() - started;
+    // 200 ms for the modifiers plus at least one 50 ms poll, and well short of the 0.5 s
+    // deadline that a failure waits for.
+    EXPECT_GE(elapsed, 250ms);
+    EXPECT_LT(elapsed, 650ms);
+}
+
+TEST_F(TextExchangeTest, EmptyAnswerFailsAtTheDeadlineAndRestoresTheSavedText) {
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedText"),
+                      AXAnswer::noValue());
+    desktop.setSelectedText(editorPid, QStringLiteral("ignored"));
+    desktop.setCopyBehaviour(editorPid, CopyBehaviour::emptyText(10ms));
+    desktop.setString(QStringLiteral("saved clip"));
+    desktop.putOnPasteboard(QStringLiteral("text/html"), "<b>saved clip</b>");
+
+    const auto changesBefore = desktop.changeCount();
+    const auto started = std::chrono::steady_clock::now();
+    try {
+        inBackground([&] { return service.copySelectedText(editor, {}); });
+        ADD_FAILURE() << "the copy should have failed";
+    } catch (const TextSelectionError& error) {
+        EXPECT_EQ(error.errorCase(), TextSelectionError::noTextSelected);
+        EXPECT_EQ(error.errorDescription(), QStringLiteral("No text is currently selected."));
+    }
+    // The other two cases exist for the user interface, with their own texts.
+    EXPECT_EQ(TextSelectionError(TextSelectionError::copyFailed).errorDescription(),
+              QStringLiteral("Failed to copy selected text. Make sure accessibility permissions "
+                             "are granted."));
+    EXPECT_EQ(QString::fromUtf8(TextSelectionError(TextSelectionError::pasteFailed).what()),
+              QStringLiteral("Failed to paste text. Make sure accessibility permissions are "
+                             "granted."));
+    const auto elapsed = std::chrono::steady_clock::now() - started;
+    EXPECT_GE(elapsed, 700ms); // 200 ms, then polling until the 0.5 s deadline
+    EXPECT_LT(elapsed, 3s);
+
+    const QStringList records = logs.records();
+    const qsizetype after =
+        logs.indexOf(tag + QStringLiteral("📋 Pasteboard AFTER copy: still empty ⚠️"));
+    ASSERT_GE(after, 0);
+    // The change count shows our clear and the editor's own clear and (empty) write.
+    EXPECT_EQ(records.mid(after),
+              QStringList({
+                  tag + QStringLiteral("📋 Pasteboard AFTER copy: still empty ⚠️"),
+                  tag + QStringLiteral("📋 Pasteboard change count: %1").arg(changesBefore + 3),
+                  tag + QStringLiteral("↩️ Restored previous pasteboard contents"),
+                  tag + QStringLiteral("❌ copySelectedText FAILED — throwing noTextSelected"),
+                  separator(),
+              }));
+    // Only the plain text comes back; the other flavour went with the clear.
+    EXPECT_EQ(desktop.string(), QStringLiteral("saved clip"));
+    EXPECT_EQ(desktop.types(), QStringList{QStringLiteral("text/plain")});
+}
+
+TEST_F(TextExchangeTest, FailedCopyWithoutSavedTextLeavesThePasteboardEmpty) {
+    desktop.setCopyBehaviour(editorPid, CopyBehaviour::never());
+    desktop.setFocusedElement(editorPid, false);
+    EXPECT_THROW(inBackground([&] { return service.copySelectedText(editor, {}); }),
+                 TextSelectionError);
+    EXPECT_EQ(desktop.string(), std::nullopt);
+    EXPECT_EQ(logs.indexOfPrefix(tag + QStringLiteral("↩️")), -1);
+    EXPECT_GE(
+        logs.indexOf(tag + QStringLiteral("AX: could not get focused element (error -25212)")), 0);
+}
+
+TEST_F(TextExchangeTest, CancelledCopyEndsEarlyAndGivesTheClipboardBack) {
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedText"),
+                      AXAnswer::noValue());
+    desktop.setCopyBehaviour(editorPid, CopyBehaviour::never());
+
+    for (const auto cancelAfter : {60ms, 400ms}) { // during the modifier wait, then while polling
+        logs.clear();
+        desktop.clearPostedEvents();
+        desktop.setString(QStringLiteral("before"));
+        std::stop_source stop;
+        const auto started = std::chrono::steady_clock::now();
+        auto copy = std::async(std::launch::async,
+                               [&] { return service.copySelectedText(editor, stop.get_token()); });
+        std::this_thread::sleep_for(cancelAfter);
+        stop.request_stop();
+        EXPECT_THROW(copy.get(), support::CancellationError);
+        EXPECT_LT(std::chrono::steady_clock::now() - started, cancelAfter + 400ms);
+        EXPECT_EQ(desktop.string(), QStringLiteral("before"));
+        EXPECT_GE(
+            logs.indexOf(tag + QStringLiteral("↩️ Restored previous pasteboard contents")), 0);
+        EXPECT_EQ(logs.indexOfPrefix(tag + QStringLiteral("❌")), -1);
+        // Cancelled during the modifier wait, no Command+C was sent at all.
+        EXPECT_EQ(desktop.postedEvents().empty(), cancelAfter < 200ms);
+    }
+}

@@ -1,0 +1,128 @@
+#include "support/Error.h"
+#include "tests/text/TextExchangeFixture.h"
+
+#include <QStringList>
+#include <gmock/gmock.h>
+#include <stop_token>
+#include <thread>
+
+using namespace std::chrono_literals;
+using testing::IsEmpty;
+
+namespace {
+const QString tag = QStringLiteral("[TextSelectionService] ");
+constexpr std::int32_t browserPid = 77;
+} // namespace
+
+TEST_F(TextExchangeTest, PasteReplacesTheSelectionOfTheFrontmostApplication) {
+    desktop.setText(editorPid, QStringLiteral("Hello wrld!"), {6, 4});
+    desktop.putOnPasteboard(QStringLiteral("image/png"), "png");
+
+    const auto started = std::chrono::steady_clock::now();
+    inBackground([&] { service.pasteText(QStringLiteral("world"), {}); });
+    EXPECT_GE(std::chrono::steady_clock::now() - started, 50ms);
+
+    EXPECT_EQ(desktop.text(editorPid), QStringLiteral("Hello world!"));
+    EXPECT_EQ(logs.records(),
+              QStringList({
+                  tag + QStringLiteral("📤 pasteText BEGIN — 5 chars"),
+                  tag + QStringLiteral("✅ Text written to pasteboard"),
+                  tag + QStringLiteral("⌨️ Posting Cmd+V to: org.example.editor"),
+                  tag + QStringLiteral("✅ pasteText END"),
+              }));
+    // The pasted text stays on the pasteboard, alone.
+    EXPECT_EQ(desktop.types(), QStringList{QStringLiteral("text/plain")});
+    EXPECT_EQ(desktop.string(), QStringLiteral("world"));
+    const auto events = desktop.postedEvents();
+    ASSERT_EQ(events.size(), 2U);
+    EXPECT_TRUE(events[0].keyDown);
+    EXPECT_FALSE(events[1].keyDown);
+    for (const auto& event : events) {
+        EXPECT_EQ(event.virtualKey, 9);
+        EXPECT_EQ(event.flags, 0x100000U);
+        EXPECT_EQ(event.targetPid, editorPid);
+    }
+}
+
+TEST_F(TextExchangeTest, PasteGoesToWhoeverIsInFrontNow) {
+    desktop.addApplication({browserPid, QStringLiteral("org.example.browser"), std::nullopt});
+    desktop.setSelectedText(editorPid, QStringLiteral("source"));
+    desktop.setSelectedText(browserPid, QStringLiteral("other"));
+    desktop.setFrontmost(browserPid);
+
+    inBackground([&] { service.pasteText(QStringLiteral("👩‍👩‍👧 family"), {}); });
+
+    EXPECT_EQ(desktop.text(browserPid), QStringLiteral("👩‍👩‍👧 family"));
+    EXPECT_EQ(desktop.text(editorPid), QStringLiteral("source"));
+    EXPECT_EQ(logs.records().value(0), tag + QStringLiteral("📤 pasteText BEGIN — 8 chars"));
+    EXPECT_GE(logs.indexOf(tag + QStringLiteral("⌨️ Posting Cmd+V to: org.example.browser")),
+              0);
+}
+
+TEST_F(TextExchangeTest, PasteWithNothingInFrontUsesTheEventTap) {
+    desktop.setFrontmost(std::nullopt);
+
+    inBackground([&] { service.pasteText(QStringLiteral("answer"), {}); });
+
+    EXPECT_GE(logs.indexOf(tag + QStringLiteral("⌨️ Posting Cmd+V to: nil")), 0);
+    const auto events = desktop.postedEvents();
+    ASSERT_EQ(events.size(), 2U);
+    for (const auto& event : events) {
+        EXPECT_EQ(event.tap, 0);
+        EXPECT_EQ(event.targetPid, std::nullopt);
+        EXPECT_EQ(event.deliveredTo, std::nullopt);
+    }
+    EXPECT_EQ(desktop.string(), QStringLiteral("answer"));
+}
+
+TEST_F(TextExchangeTest, CancelledPasteSendsNoKeystroke) {
+    desktop.setSelectedText(editorPid, QStringLiteral("keep"));
+    std::stop_source stop;
+    stop.request_stop();
+    EXPECT_THROW(inBackground([&] { service.pasteText(QStringLiteral("new"), stop.get_token()); }),
+                 support::CancellationError);
+    EXPECT_THAT(desktop.postedEvents(), IsEmpty());
+    EXPECT_EQ(desktop.text(editorPid), QStringLiteral("keep"));
+    EXPECT_EQ(logs.indexOf(tag + QStringLiteral("✅ pasteText END")), -1);
+}
+
+TEST_F(TextExchangeTest, KeystrokeIsCommandAloneWhateverTheUserHolds) {
+    desktop.setHeldModifiers(platform::eventflags::shift | platform::eventflags::option);
+    desktop.setSelectedText(editorPid, QStringLiteral("abc"));
+    desktop.setText(editorPid, QStringLiteral("abc"), {3, 0});
+    desktop.setString(QStringLiteral("d"));
+
+    service.postCommandKeystroke(TextSelectionService::keyCodeV, editor);
+
+    // With Shift and Option still on the event, the editor would not have taken it as a paste.
+    EXPECT_EQ(desktop.text(editorPid), QStringLiteral("abcd"));
+    for (const auto& event : desktop.postedEvents())
+        EXPECT_EQ(event.flags, platform::eventflags::command);
+}
+
+TEST_F(TextExchangeTest, EventsThatCannotBeCreatedAreSkipped) {
+    desktop.setText(editorPid, QStringLiteral("abc"), {0, 3});
+    desktop.setString(QStringLiteral("xyz"));
+
+    desktop.setKeyboardEventCreationFails(true, false);
+    service.postCommandKeystroke(TextSelectionService::keyCodeV, editor);
+    auto events = desktop.postedEvents();
+    ASSERT_EQ(events.size(), 1U);
+    EXPECT_FALSE(events[0].keyDown);
+    EXPECT_EQ(desktop.text(editorPid), QStringLiteral("abc")); // a bare key-up pastes nothing
+
+    desktop.clearPostedEvents();
+    desktop.setKeyboardEventCreationFails(true, true);
+    inBackground([&] { service.pasteText(QStringLiteral("quiet"), {}); });
+    EXPECT_THAT(desktop.postedEvents(), IsEmpty());
+    EXPECT_GE(logs.indexOf(tag + QStringLiteral("✅ pasteText END")), 0);
+
+    // Without an event source the events are still made and sent.
+    desktop.setKeyboardEventCreationFails(false, false);
+    desktop.setEventSourceCreationFails(true);
+    service.postCommandKeystroke(TextSelectionService::keyCodeV, editor);
+    events = desktop.postedEvents();
+    ASSERT_EQ(events.size(), 2U);
+    EXPECT_EQ(events[0].sourceState, -1);
+    EXPECT_EQ(desktop.text(editorPid), QStringLiteral("quiet"));
+}

@@ -1,0 +1,126 @@
+#include "tests/text/TextExchangeFixture.h"
+
+#include <gmock/gmock.h>
+
+using platform::Point;
+using platform::Rect;
+using platform::Screen;
+using platform::sim::AXAnswer;
+using platform::sim::Element;
+using testing::ElementsAre;
+
+namespace {
+
+std::optional<Point> anchorOf(platform::sim::SimDesktop& desktop, std::int32_t pid) {
+    return TextSelectionService::selectionAnchor(pid, desktop, desktop);
+}
+
+} // namespace
+
+class SelectionAnchorTest : public TextExchangeTest {
+protected:
+    void SetUp() override {
+        TextExchangeTest::SetUp();
+        desktop.setText(editorPid, QStringLiteral("Some text here"), {5, 4});
+        desktop.setSelectionBounds(editorPid, Rect{100, 200, 300, 20});
+        desktop.setElementFrame(editorPid, Rect{50, 100, 400, 300});
+    }
+};
+
+TEST_F(SelectionAnchorTest, UntrustedAsksNoApplication) {
+    desktop.setTrusted(false);
+    EXPECT_EQ(anchorOf(desktop, editorPid), std::nullopt);
+    EXPECT_THAT(desktop.accessibilityCallLog(), ElementsAre(QStringLiteral("isProcessTrusted")));
+}
+
+TEST_F(SelectionAnchorTest, BelowTheRightEndOfTheSelection) {
+    EXPECT_EQ(anchorOf(desktop, editorPid), (Point{400, 680}));
+    EXPECT_THAT(desktop.accessibilityCallLog(),
+                ElementsAre(QStringLiteral("isProcessTrusted"),
+                            QStringLiteral("createApplication 42"),
+                            QStringLiteral("read 42 application AXFocusedUIElement"),
+                            QStringLiteral("read 42 focused AXSelectedTextRange"),
+                            QStringLiteral("readParameterized 42 focused AXBoundsForRange")));
+
+    // The flip uses the main screen's height, and 900 when there is no main screen.
+    desktop.setScreens({Screen{{0, 0, 1920, 1080}, {0, 0, 1920, 1055}}});
+    EXPECT_EQ(anchorOf(desktop, editorPid), (Point{400, 860}));
+    desktop.setScreens({Screen{{0, 0, 1920, 1080}, {0, 0, 1920, 1055}}}, std::nullopt);
+    EXPECT_EQ(anchorOf(desktop, editorPid), (Point{400, 680}));
+    desktop.setScreens({}, std::nullopt);
+    EXPECT_EQ(anchorOf(desktop, editorPid), (Point{400, 680}));
+}
+
+TEST_F(SelectionAnchorTest, ABareCaretStillUsesTheSelectionPath) {
+    desktop.setText(editorPid, QStringLiteral("Some text here"), {5, 0});
+    desktop.setSelectionBounds(editorPid, Rect{140, 200, 0, 18});
+    EXPECT_EQ(anchorOf(desktop, editorPid), (Point{140, 682}));
+}
+
+TEST_F(SelectionAnchorTest, FallsBackToTheFocusedElement) {
+    // No selected-text range at all.
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedTextRange"),
+                      AXAnswer::failure(platform::ax::attributeUnsupported));
+    EXPECT_EQ(anchorOf(desktop, editorPid), (Point{250, 500}));
+    desktop.clearAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedTextRange"));
+
+    // A range, but its bounds fail; then bounds of the wrong kind.
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXBoundsForRange"),
+                      AXAnswer::failure(platform::ax::cannotComplete));
+    EXPECT_EQ(anchorOf(desktop, editorPid), (Point{250, 500}));
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXBoundsForRange"),
+                      AXAnswer::with(Point{1, 2}));
+    desktop.clearAccessibilityCalls();
+    EXPECT_EQ(anchorOf(desktop, editorPid), (Point{250, 500}));
+    EXPECT_THAT(desktop.accessibilityCallLog(),
+                ElementsAre(QStringLiteral("isProcessTrusted"),
+                            QStringLiteral("createApplication 42"),
+                            QStringLiteral("read 42 application AXFocusedUIElement"),
+                            QStringLiteral("read 42 focused AXSelectedTextRange"),
+                            QStringLiteral("readParameterized 42 focused AXBoundsForRange"),
+                            QStringLiteral("read 42 focused AXPosition"),
+                            QStringLiteral("read 42 focused AXSize")));
+
+    // A range that is present but empty-valued goes straight to the element.
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedTextRange"),
+                      AXAnswer::noValue());
+    EXPECT_EQ(anchorOf(desktop, editorPid), (Point{250, 500}));
+}
+
+TEST_F(SelectionAnchorTest, ElementGeometryOfTheWrongKindCountsAsZero) {
+    desktop.setSelectionBounds(editorPid, std::nullopt);
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXPosition"),
+                      AXAnswer::with(platform::Size{7, 7}));
+    EXPECT_EQ(anchorOf(desktop, editorPid), (Point{200, 600}));
+}
+
+TEST_F(SelectionAnchorTest, NoAnchorWithoutUsableElementGeometry) {
+    desktop.setSelectionBounds(editorPid, std::nullopt);
+
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSize"),
+                      AXAnswer::failure(platform::ax::attributeUnsupported));
+    EXPECT_EQ(anchorOf(desktop, editorPid), std::nullopt);
+
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSize"), AXAnswer::noValue());
+    EXPECT_EQ(anchorOf(desktop, editorPid), std::nullopt);
+
+    // A failed position read means the size is never asked for.
+    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXPosition"),
+                      AXAnswer::failure(platform::ax::cannotComplete));
+    desktop.clearAccessibilityCalls();
+    EXPECT_EQ(anchorOf(desktop, editorPid), std::nullopt);
+    EXPECT_FALSE(desktop.accessibilityCallLog().contains(QStringLiteral("read 42 focused AXSize")));
+}
+
+TEST_F(SelectionAnchorTest, NoAnchorWithoutFocusedElement) {
+    desktop.setFocusedElement(editorPid, false);
+    EXPECT_EQ(anchorOf(desktop, editorPid), std::nullopt);
+
+    desktop.setFocusedElement(editorPid, true);
+    desktop.setAnswer(editorPid, Element::application, QStringLiteral("AXFocusedUIElement"),
+                      AXAnswer::noValue());
+    EXPECT_EQ(anchorOf(desktop, editorPid), std::nullopt);
+
+    // An application that is gone.
+    EXPECT_EQ(anchorOf(desktop, 9999), std::nullopt);
+}

@@ -1,0 +1,140 @@
+// fake-messages-api: a stand-in for the Messages API on 127.0.0.1, for end-to-end runs.
+// Answers every request with a scripted response and appends each request it received to a
+// log file as one JSON object per line. Runs until SIGINT or SIGTERM.
+#include "tests/common/LoopbackHttpServer.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
+#include <csignal>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+
+using testutil::HttpRequest;
+using testutil::HttpResponse;
+
+namespace {
+
+QByteArray logLine(const HttpRequest& request) {
+    QJsonArray headers;
+    for (const auto& [name, value] : request.headers)
+        headers.append(QJsonArray{QString::fromUtf8(name), QString::fromUtf8(value)});
+    const QJsonObject line{{QStringLiteral("method"), QString::fromUtf8(request.method)},
+                           {QStringLiteral("target"), QString::fromUtf8(request.target)},
+                           {QStringLiteral("headers"), headers},
+                           {QStringLiteral("body"), QString::fromUtf8(request.body)}};
+    return QJsonDocument(line).toJson(QJsonDocument::Compact) + '\n';
+}
+
+// The text of the request's first message, for --echo.
+QString userText(const HttpRequest& request) {
+    const QJsonObject body = QJsonDocument::fromJson(request.body).object();
+    return body.value(QStringLiteral("messages"))
+        .toArray()
+        .at(0)[QStringLiteral("content")]
+        .toString();
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Serves a scripted Messages API answer on 127.0.0.1 until SIGINT or SIGTERM."));
+    parser.addHelpOption();
+    const QCommandLineOption portOption(QStringLiteral("port"),
+                                        QStringLiteral("Port to listen on (0: any free port)."),
+                                        QStringLiteral("N"), QStringLiteral("0"));
+    const QCommandLineOption portFileOption(
+        QStringLiteral("port-file"), QStringLiteral("Write the port to this file once listening."),
+        QStringLiteral("FILE"));
+    const QCommandLineOption answerOption(QStringLiteral("answer"),
+                                          QStringLiteral("Answer every request with this text."),
+                                          QStringLiteral("TEXT"), QStringLiteral("Fixed."));
+    const QCommandLineOption echoOption(QStringLiteral("echo"),
+                                        QStringLiteral("Answer with the request's own text."));
+    const QCommandLineOption statusOption(
+        QStringLiteral("status"),
+        QStringLiteral("Answer with this status and the --body-file body instead."),
+        QStringLiteral("N"));
+    const QCommandLineOption bodyFileOption(QStringLiteral("body-file"),
+                                            QStringLiteral("Raw response body for --status."),
+                                            QStringLiteral("FILE"));
+    const QCommandLineOption delayOption(QStringLiteral("delay-ms"),
+                                         QStringLiteral("Wait this long before answering."),
+                                         QStringLiteral("MS"), QStringLiteral("0"));
+    const QCommandLineOption logOption(
+        QStringLiteral("log"), QStringLiteral("Append each request to FILE as a JSON line."),
+        QStringLiteral("FILE"));
+    parser.addOptions({portOption, portFileOption, answerOption, echoOption, statusOption,
+                       bodyFileOption, delayOption, logOption});
+    parser.process(app);
+
+    QByteArray rawBody;
+    if (parser.isSet(bodyFileOption)) {
+        QFile file(parser.value(bodyFileOption));
+        if (!file.open(QIODevice::ReadOnly)) {
+            std::fprintf(stderr, "fake-messages-api: cannot read %s\n",
+                         qPrintable(parser.value(bodyFileOption)));
+            return 2;
+        }
+        rawBody = file.readAll();
+    }
+
+    // Deliver SIGINT and SIGTERM to sigwait below, not to the server's threads.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+    std::unique_ptr<testutil::LoopbackHttpServer> listening;
+    try {
+        listening =
+            std::make_unique<testutil::LoopbackHttpServer>(parser.value(portOption).toUShort());
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "fake-messages-api: %s (port %s)\n", e.what(),
+                     qPrintable(parser.value(portOption)));
+        return 1;
+    }
+    testutil::LoopbackHttpServer& server = *listening;
+    const QString logPath = parser.value(logOption);
+    const bool echo = parser.isSet(echoOption);
+    const QString answer = parser.value(answerOption);
+    const int status = parser.isSet(statusOption) ? parser.value(statusOption).toInt() : 0;
+    const std::chrono::milliseconds delay(parser.value(delayOption).toInt());
+    std::mutex logMutex;
+    server.setHandler([&](const HttpRequest& request) {
+        if (!logPath.isEmpty()) {
+            const std::lock_guard lock(logMutex);
+            QFile log(logPath);
+            if (log.open(QIODevice::WriteOnly | QIODevice::Append))
+                log.write(logLine(request));
+        }
+        HttpResponse response =
+            status != 0 ? HttpResponse::json(status, rawBody)
+                        : HttpResponse::messagesAnswer(echo ? userText(request) : answer);
+        response.delay = delay;
+        return response;
+    });
+
+    if (parser.isSet(portFileOption)) {
+        QSaveFile file(parser.value(portFileOption));
+        if (file.open(QIODevice::WriteOnly)) {
+            file.write(QByteArray::number(server.port()) + '\n');
+            file.commit();
+        }
+    }
+    std::printf("fake-messages-api: listening on %s\n", qPrintable(server.url()));
+    std::fflush(stdout);
+
+    int received = 0;
+    sigwait(&signals, &received);
+    return 0;
+}
