@@ -1,0 +1,178 @@
+// Descriptions, key characters, the special-key table, menu search and the strings.
+#include "HotkeysFixture.h"
+#include "hotkeys/Localization.h"
+#include "hotkeys/SpecialKey.h"
+
+#include <QAction>
+#include <QKeySequence>
+#include <QMenu>
+#include <QMenuBar>
+#include <set>
+
+using namespace Hotkeys;
+
+namespace {
+
+constexpr EventFlags allModifiers = eventflags::control | eventflags::option | eventflags::shift |
+                                    eventflags::command | eventflags::function;
+
+QAction* addItem(QMenu& menu, const QString& title, const QKeySequence& keys) {
+    QAction* action = menu.addAction(title);
+    action->setShortcut(keys);
+    return action;
+}
+
+} // namespace
+
+using Description = HotkeysTest;
+using MenuSearch = HotkeysTest;
+
+TEST_F(Description, ModifierSymbolsInTheirFixedOrder) {
+    EXPECT_EQ(Shortcut(Key::a, allModifiers).description(),
+              QStringLiteral("⌃⌥⇧⌘\U0001F310\uFE0EA"));
+    EXPECT_EQ(Shortcut(Key::j, eventflags::command | eventflags::shift).description(),
+              QStringLiteral("⇧⌘J"));
+    EXPECT_EQ(Shortcut(Key::f5, eventflags::command).description(), QStringLiteral("⌘F5"));
+    EXPECT_EQ(Shortcut(Key::minus, 0).description(), QStringLiteral("-"));
+}
+
+TEST_F(Description, SpecialKeysShowTheirNames) {
+    EXPECT_EQ(Shortcut(Key::space, eventflags::control | eventflags::option).description(),
+              QStringLiteral("⌃⌥Space"));
+    EXPECT_EQ(Shortcut(Key::keypad5, eventflags::command).description(),
+              QStringLiteral("⌘5\u20E3"));
+    EXPECT_EQ(Shortcut(Key::returnKey, 0).description(), QStringLiteral("\u21A9"));
+    EXPECT_EQ(Shortcut(Key::help, 0).description(), QStringLiteral("?\u20DD"));
+    EXPECT_EQ(Shortcut(Key::keypadClear, 0).description(), QStringLiteral("\u2612\u20E3"));
+}
+
+TEST_F(Description, KeysWithoutOneCharacterShowTheReplacementCharacter) {
+    layout->setCharacters(Key::e.rawValue, QString());                 // a dead key
+    layout->setCharacters(Key::r.rawValue, QStringLiteral("ab"));      // two characters
+    layout->setCharacters(Key::t.rawValue, QStringLiteral("e\u0301")); // one, with a mark
+    EXPECT_EQ(Shortcut(Key::e, eventflags::command).description(), QStringLiteral("⌘\uFFFD"));
+    EXPECT_EQ(Shortcut(Key::r, eventflags::command).description(), QStringLiteral("⌘\uFFFD"));
+    EXPECT_EQ(Shortcut(Key::t, eventflags::command).description(), QStringLiteral("⌘E\u0301"));
+    EXPECT_EQ(Shortcut(70000, 0x100).description(), QStringLiteral("⌘\uFFFD"));
+
+    layout->setAvailable(false);
+    EXPECT_EQ(Shortcut(Key::j, eventflags::command).description(), QStringLiteral("⌘\uFFFD"));
+    EXPECT_EQ(Shortcut(Key::f5, 0).description(), QStringLiteral("F5")); // needs no layout
+}
+
+TEST_F(Description, KeyToCharacterIgnoresModifiersAndSpecialKeys) {
+    EXPECT_EQ(Shortcut(Key::j, eventflags::shift).keyToCharacter(), QStringLiteral("j"));
+    EXPECT_EQ(Shortcut(Key::slash, 0).keyToCharacter(), QStringLiteral("/"));
+    EXPECT_EQ(Shortcut(Key::space, 0).keyToCharacter(), std::nullopt);
+    EXPECT_EQ(Shortcut(Key::keypad1, 0).keyToCharacter(), std::nullopt);
+    layout->setCharacters(Key::y.rawValue, QStringLiteral("z")); // a German layout
+    EXPECT_EQ(Shortcut(Key::y, eventflags::command).description(), QStringLiteral("⌘Z"));
+}
+
+TEST(SpecialKeys, TableCoversFiftyThreeDistinctKeys) {
+    std::set<std::int64_t> codes;
+    int withoutMenuText = 0;
+    for (const SpecialKey key : allSpecialKeys()) {
+        codes.insert(keyCode(key));
+        EXPECT_EQ(specialKey(keyCode(key)), key);
+        EXPECT_FALSE(displayText(key).isEmpty());
+        if (!menuKeyEquivalent(key))
+            ++withoutMenuText;
+    }
+    EXPECT_EQ(allSpecialKeys().size(), 53u);
+    EXPECT_EQ(codes.size(), 53u);
+    EXPECT_EQ(withoutMenuText, 18); // the keypad keys
+    EXPECT_FALSE(specialKey(Key::j.rawValue).has_value());
+    EXPECT_EQ(menuKeyEquivalent(SpecialKey::f1), QString(QChar(0xF704)));
+    EXPECT_EQ(menuKeyEquivalent(SpecialKey::f20), QString(QChar(0xF717)));
+    EXPECT_EQ(menuKeyEquivalent(SpecialKey::space), QStringLiteral(" "));
+    EXPECT_EQ(keyCode(SpecialKey::deleteForward), 117);
+}
+
+TEST(KeyEquivalents, QtShortcutsTakeTheFormMenusStore) {
+    EXPECT_EQ(keyEquivalent(QKeySequence(QStringLiteral("Ctrl+Shift+J"))),
+              (KeyEquivalent{QStringLiteral("J"), eventflags::command}));
+    EXPECT_EQ(keyEquivalent(QKeySequence(QStringLiteral("Ctrl+Alt+J"))),
+              (KeyEquivalent{QStringLiteral("j"), eventflags::command | eventflags::option}));
+    EXPECT_EQ(keyEquivalent(QKeySequence(QStringLiteral("Meta+F5"))),
+              (KeyEquivalent{QString(QChar(0xF708)), eventflags::control}));
+    EXPECT_EQ(keyEquivalent(QKeySequence(QStringLiteral("Ctrl+?"))),
+              (KeyEquivalent{QStringLiteral("?"), eventflags::command}));
+    EXPECT_EQ(keyEquivalent(QKeySequence(QStringLiteral("Ctrl+K, Ctrl+S"))).key, QString());
+    EXPECT_EQ(keyEquivalent(QKeySequence()).key, QString());
+}
+
+TEST_F(MenuSearch, UpperCaseItemMatchesCommandShift) {
+    QMenu menu;
+    addItem(menu, QStringLiteral("Open"), QKeySequence(QStringLiteral("Ctrl+O")));
+    QAction* item =
+        addItem(menu, QStringLiteral("Jump"), QKeySequence(QStringLiteral("Ctrl+Shift+J")));
+    const Shortcut commandShiftJ(Key::j, eventflags::command | eventflags::shift);
+    EXPECT_EQ(commandShiftJ.menuItemWithMatchingShortcut(&menu), item);
+    EXPECT_EQ(Shortcut(Key::j, eventflags::command).menuItemWithMatchingShortcut(&menu), nullptr);
+}
+
+TEST_F(MenuSearch, MasksMustBeEqual) {
+    QMenu menu;
+    QAction* item =
+        addItem(menu, QStringLiteral("Join"), QKeySequence(QStringLiteral("Ctrl+Alt+J")));
+    EXPECT_EQ(Shortcut(Key::j, eventflags::command).menuItemWithMatchingShortcut(&menu), nullptr);
+    EXPECT_EQ(Shortcut(Key::j, eventflags::command | eventflags::option)
+                  .menuItemWithMatchingShortcut(&menu),
+              item);
+}
+
+TEST_F(MenuSearch, DepthFirstThroughSubmenusAndMenuBars) {
+    QMenuBar bar;
+    QMenu* file = bar.addMenu(QStringLiteral("File"));
+    QMenu* recent = file->addMenu(QStringLiteral("Recent"));
+    QAction* nested =
+        addItem(*recent, QStringLiteral("Clear"), QKeySequence(QStringLiteral("Ctrl+F5")));
+    QAction* later =
+        addItem(*file, QStringLiteral("Reload"), QKeySequence(QStringLiteral("Ctrl+F5")));
+    QAction* quit = addItem(*file, QStringLiteral("Quit"), QKeySequence(QStringLiteral("Ctrl+Q")));
+    QAction* next =
+        addItem(*file, QStringLiteral("Next"), QKeySequence(QStringLiteral("Ctrl+Return")));
+
+    const Shortcut commandF5(Key::f5, eventflags::command);
+    EXPECT_EQ(commandF5.menuItemWithMatchingShortcut(file), nested);
+    EXPECT_EQ(commandF5.menuItemWithMatchingShortcut(&bar), nested);
+    EXPECT_NE(later, nullptr);
+    EXPECT_EQ(Shortcut(Key::q, eventflags::command).menuItemWithMatchingShortcut(&bar), quit);
+    EXPECT_EQ(Shortcut(Key::returnKey, eventflags::command).menuItemWithMatchingShortcut(&bar),
+              next);
+}
+
+TEST_F(MenuSearch, KeypadKeysNeverMatch) {
+    QMenu menu;
+    addItem(menu, QStringLiteral("Five"), QKeySequence(QStringLiteral("Ctrl+5")));
+    addItem(menu, QStringLiteral("Keypad five"),
+            QKeySequence(QKeyCombination(Qt::ControlModifier | Qt::KeypadModifier, Qt::Key_5)));
+    EXPECT_EQ(Shortcut(Key::keypad5, eventflags::command).menuItemWithMatchingShortcut(&menu),
+              nullptr);
+    EXPECT_NE(Shortcut(Key::five, eventflags::command).menuItemWithMatchingShortcut(&menu),
+              nullptr);
+}
+
+TEST(Strings, EveryKeyHasAnEnglishText) {
+    const char* keys[] = {strings::spaceKey,
+                          strings::recordShortcut,
+                          strings::pressShortcut,
+                          strings::keyboardShortcutUsedByMenuItem,
+                          strings::keyboardShortcutDisallowed,
+                          strings::keyboardShortcutUsedBySystem,
+                          strings::keyboardShortcutsCanBeChanged,
+                          strings::ok,
+                          strings::forceUseShortcut};
+    for (const char* key : keys) {
+        const QString text = localizedString(key);
+        EXPECT_FALSE(text.isEmpty());
+        EXPECT_NE(text, QString::fromLatin1(key));
+    }
+    EXPECT_EQ(localizedString(strings::recordShortcut), QStringLiteral("Record Shortcut"));
+    EXPECT_EQ(localizedString(strings::keyboardShortcutUsedByMenuItem).arg(QStringLiteral("Quit")),
+              QStringLiteral("This keyboard shortcut cannot be used as it's already used by the "
+                             "“Quit” menu item."));
+    EXPECT_EQ(localizedString(QStringLiteral("no_such_key")), QStringLiteral("no_such_key"));
+    EXPECT_TRUE(BundleFinder::bundlePath().endsWith(QStringLiteral("Hotkeys_Hotkeys.bundle")));
+}

@@ -1,0 +1,342 @@
+// The shortcut model: storage in the defaults store, the change notification, actions,
+// streams and the switches.
+#include "HotkeysFixture.h"
+#include "hotkeys/HotKeyRegistry.h"
+#include "tests/common/TestUtil.h"
+
+#include <QFile>
+#include <QKeyEvent>
+#include <QMenu>
+#include <set>
+
+using namespace Hotkeys;
+
+namespace {
+
+const Shortcut commandShiftJ(Key::j, eventflags::command | eventflags::shift);
+const Shortcut commandK(Key::k, eventflags::command);
+
+QVariant raw(const QString& key) {
+    return HotkeysTest::store().value(key);
+}
+
+} // namespace
+
+using ShortcutModel = HotkeysTest;
+using Storage = HotkeysTest;
+using Actions = HotkeysTest;
+using Streams = HotkeysTest;
+using MenuObservers = HotkeysTest;
+
+TEST(ShortcutValues, ModifiersMapBothWaysAndDropUnknownBits) {
+    EXPECT_EQ(toCarbon(0x120000), 768);
+    EXPECT_EQ(toCarbon(0x1E0000 | 0x800000), 0x100 | 0x200 | 0x800 | 0x1000 | 0x20000);
+    // Caps Lock, numeric pad and the low device bits have no Carbon counterpart.
+    EXPECT_EQ(toCarbon(0x10000 | 0x200000 | 0xFF), 0);
+    EXPECT_EQ(fromCarbon(0x100 | 0x1000), eventflags::command | eventflags::control);
+    EXPECT_EQ(fromCarbon(0x400), 0u); // Carbon's Caps Lock
+}
+
+TEST(ShortcutValues, FunctionBitKeptFromFlagsDroppedFromEvents) {
+    const EventFlags flags = eventflags::command | eventflags::shift | eventflags::function;
+    EXPECT_EQ(Shortcut(Key::j, flags).carbonModifiers, 0x20300);
+
+    const auto fromKeyDown = Shortcut::fromEvent(KeyEvent{KeyEvent::keyDownType, 38, flags});
+    ASSERT_TRUE(fromKeyDown.has_value());
+    EXPECT_EQ(*fromKeyDown, Shortcut(38, 0x300));
+    const auto fromKeyUp = Shortcut::fromEvent(KeyEvent{KeyEvent::keyUpType, 38, flags});
+    EXPECT_EQ(fromKeyUp, fromKeyDown);
+    EXPECT_FALSE(Shortcut::fromEvent(KeyEvent{12, 38, flags}).has_value()); // flags changed
+}
+
+TEST(ShortcutValues, QtKeyEventsUseTheKeyPositionAndCtrlAsCommand) {
+    // X key code 44 is the J key; Qt reports the layout's letter, which may differ.
+    const QKeyEvent press(QEvent::KeyPress, Qt::Key_J, Qt::ControlModifier | Qt::ShiftModifier, 44,
+                          0, 0);
+    EXPECT_EQ(Shortcut::fromEvent(press), Shortcut(38, 768));
+    const QKeyEvent release(QEvent::KeyRelease, Qt::Key_F5, Qt::MetaModifier | Qt::AltModifier);
+    EXPECT_EQ(Shortcut::fromEvent(release), Shortcut(96, 0x1000 | 0x800));
+    const QKeyEvent shortcutOverride(QEvent::ShortcutOverride, Qt::Key_J, Qt::ControlModifier);
+    EXPECT_FALSE(Shortcut::fromEvent(shortcutOverride).has_value());
+}
+
+TEST(ShortcutValues, KeyConstantsAreDistinctVirtualKeys) {
+    std::set<std::int64_t> codes;
+    for (const Key key : Key::all)
+        codes.insert(key.rawValue);
+    EXPECT_EQ(codes.size(), 113u);
+    EXPECT_EQ(Key::a.rawValue, 0);
+    EXPECT_EQ(Key::j.rawValue, 38);
+    EXPECT_EQ(Key::zero.rawValue, 29);
+    EXPECT_EQ(Key::rightShift.rawValue, 60);
+    EXPECT_EQ(Key::f20.rawValue, 90);
+    EXPECT_EQ(Key::keypadPlus.rawValue, 69);
+    EXPECT_EQ(Key::all.back(), Key::keypadPlus);
+}
+
+TEST_F(Storage, DefaultIsWrittenOnceOnAFreshStore) {
+    const Name name(QStringLiteral("trigger"), commandShiftJ);
+    EXPECT_EQ(raw(QStringLiteral("Hotkeys_trigger")).toString(),
+              QStringLiteral(R"({"carbonKeyCode":38,"carbonModifiers":768})"));
+    ASSERT_EQ(changed.size(), 1);
+    EXPECT_EQ(changed[0].rawValue(), QStringLiteral("trigger"));
+    EXPECT_TRUE(hotKeys->isRegistered(38, 768));
+
+    relaunch();
+    const Name again(QStringLiteral("trigger"), Shortcut(Key::k, eventflags::command));
+    EXPECT_EQ(changed.size(), 1);
+    EXPECT_EQ(shortcut(again), commandShiftJ);
+}
+
+TEST_F(Storage, DefaultNeverOverwritesAUserShortcutOrTheFalseMarker) {
+    const Name name(QStringLiteral("trigger"), commandShiftJ);
+    setShortcut(commandK, name);
+    relaunch();
+    EXPECT_EQ(shortcut(Name(QStringLiteral("trigger"), commandShiftJ)), commandK);
+
+    setShortcut(std::nullopt, name);
+    EXPECT_FALSE(shortcut(name).has_value());
+    EXPECT_TRUE(hasStoredValue(name));
+    relaunch();
+    const Name recreated(QStringLiteral("trigger"), commandShiftJ);
+    EXPECT_FALSE(shortcut(recreated).has_value());
+
+    reset({recreated});
+    EXPECT_EQ(shortcut(recreated), commandShiftJ);
+}
+
+TEST_F(Storage, FalseMarkerIsTheBareWordInTheIniFile) {
+    const Name name(QStringLiteral("trigger"), commandShiftJ);
+    setShortcut(std::nullopt, name);
+    store().sync();
+    QFile file(store().fileName());
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly)) << store().fileName().toStdString();
+    const QByteArray contents = file.readAll();
+    EXPECT_TRUE(contents.contains("Hotkeys_trigger=false\n")) << contents.toStdString();
+    EXPECT_EQ(raw(QStringLiteral("Hotkeys_trigger")).toBool(), false);
+}
+
+TEST_F(Storage, ClearingWithAndWithoutDefault) {
+    const Name withDefault(QStringLiteral("a"), commandShiftJ);
+    const Name withoutDefault(QStringLiteral("b"));
+    setShortcut(commandK, withoutDefault);
+    changed.clear();
+
+    setShortcut(std::nullopt, withDefault);
+    setShortcut(std::nullopt, withoutDefault);
+    EXPECT_TRUE(hasStoredValue(withDefault));
+    EXPECT_FALSE(hasStoredValue(withoutDefault));
+    EXPECT_FALSE(hotKeys->isRegistered(38, 768));
+    EXPECT_FALSE(hotKeys->isRegistered(40, 256));
+    EXPECT_EQ(changed.size(), 2);
+
+    // Nothing stored any more: nothing written, nothing posted.
+    setShortcut(std::nullopt, withDefault);
+    setShortcut(std::nullopt, withoutDefault);
+    EXPECT_EQ(changed.size(), 2);
+    EXPECT_FALSE(hasStoredValue(withoutDefault));
+}
+
+TEST_F(Storage, MalformedEntriesReadAsNoShortcutAndStayUntouched) {
+    const Name name(QStringLiteral("edited"));
+    const QStringList malformed{
+        QStringLiteral("not json"),
+        QStringLiteral("[38, 768]"),
+        QStringLiteral(R"({"carbonKeyCode":38})"),
+        QStringLiteral(R"({"carbonKeyCode":"38","carbonModifiers":768})"),
+        QStringLiteral(R"({"carbonKeyCode":38.5,"carbonModifiers":768})"),
+        QStringLiteral(R"({"carbonKeyCode":-1,"carbonModifiers":768})"),
+        QStringLiteral(R"({"carbonKeyCode":65536,"carbonModifiers":768})"),
+        QStringLiteral(R"({"carbonKeyCode":38,"carbonModifiers":4294967296})"),
+        QStringLiteral(R"({"carbonKeyCode":1e400,"carbonModifiers":0})"),
+        QStringLiteral("true"),
+    };
+    for (const QString& text : malformed) {
+        store().setValue(name.storageKey(), text);
+        EXPECT_FALSE(shortcut(name).has_value()) << text.toStdString();
+        EXPECT_EQ(raw(name.storageKey()).toString(), text);
+    }
+    store().setValue(name.storageKey(), QStringList{QStringLiteral("a")});
+    EXPECT_FALSE(shortcut(name).has_value());
+
+    // The largest values still read, in any member order and spacing.
+    store().setValue(
+        name.storageKey(),
+        QStringLiteral(R"( { "carbonModifiers" : 4294967295, "carbonKeyCode": 65535 } )"));
+    EXPECT_EQ(shortcut(name), Shortcut(65535, 4294967295));
+}
+
+TEST_F(Storage, OutOfRangeShortcutsAreNotStored) {
+    const Name name(QStringLiteral("n"));
+    setShortcut(commandK, name);
+    changed.clear();
+    setShortcut(Shortcut(70000, 256), name);
+    setShortcut(Shortcut(40, -1), name);
+    EXPECT_EQ(shortcut(name), commandK);
+    EXPECT_TRUE(changed.isEmpty());
+    EXPECT_TRUE(hotKeys->isRegistered(40, 256));
+}
+
+TEST_F(Storage, ResetAllRemovesShortcutsAndKeepsFalseMarkers) {
+    const Name shortcutName(QStringLiteral("x"));
+    const Name cleared(QStringLiteral("y"), commandShiftJ);
+    setShortcut(commandK, shortcutName);
+    setShortcut(std::nullopt, cleared);
+    store().setValue(QStringLiteral("apiKey"), QStringLiteral("secret"));
+    changed.clear();
+
+    EXPECT_EQ(storedNames(), (QSet<Name>{shortcutName, cleared}));
+    resetAll();
+
+    EXPECT_FALSE(hasStoredValue(shortcutName));
+    EXPECT_FALSE(hotKeys->isRegistered(40, 256));
+    EXPECT_TRUE(hasStoredValue(cleared));
+    EXPECT_EQ(raw(QStringLiteral("Hotkeys_y")).toBool(), false);
+    EXPECT_EQ(raw(QStringLiteral("apiKey")).toString(), QStringLiteral("secret"));
+    EXPECT_EQ(changed, QList<Name>{shortcutName});
+}
+
+TEST_F(ShortcutModel, EnableDisableAndTheGlobalSwitch) {
+    const Name name(QStringLiteral("n"), commandShiftJ);
+    EXPECT_TRUE(isEnabled(name));
+    disable({name});
+    EXPECT_FALSE(isEnabled(name));
+    EXPECT_FALSE(hotKeys->isRegistered(38, 768));
+    EXPECT_EQ(shortcut(name), commandShiftJ);
+    enable({name});
+    EXPECT_TRUE(isEnabled(name));
+
+    setShortcutsEnabled(false);
+    EXPECT_FALSE(isEnabled(name));
+    setShortcutsEnabled(true);
+    EXPECT_TRUE(isEnabled(name));
+    EXPECT_FALSE(isEnabled(Name(QStringLiteral("unset"))));
+}
+
+TEST_F(Actions, TwoNamesWithOneShortcutBothRunInOrder) {
+    const Name first(QStringLiteral("first"));
+    const Name second(QStringLiteral("second"));
+    setShortcut(commandK, first);
+    setShortcut(commandK, second);
+    QStringList ran;
+    onKeyUp(first, [&] { ran << QStringLiteral("first 1"); });
+    onKeyUp(second, [&] { ran << QStringLiteral("second"); });
+    onKeyUp(first, [&] { ran << QStringLiteral("first 2"); });
+    onKeyDown(first, [&] { ran << QStringLiteral("down"); });
+    EXPECT_EQ(hotKeys->registrations().size(), 1);
+
+    ASSERT_EQ(hotKeys->press(40, 256), platform::osstatus::noErr);
+    EXPECT_EQ(ran, QStringList{QStringLiteral("down")});
+    ran.clear();
+    ASSERT_EQ(hotKeys->release(40, 256), platform::osstatus::noErr);
+    ASSERT_EQ(ran.size(), 3);
+    EXPECT_LT(ran.indexOf(QStringLiteral("first 1")), ran.indexOf(QStringLiteral("first 2")));
+    EXPECT_TRUE(ran.contains(QStringLiteral("second")));
+}
+
+TEST_F(Actions, RecorderActivityBlocksActionsAndStreams) {
+    const Name name(QStringLiteral("n"), commandShiftJ);
+    int actions = 0;
+    int events = 0;
+    onKeyUp(name, [&] { ++actions; });
+    const auto stream = Hotkeys::events(name, [&](EventType) { ++events; });
+    testutil::processEventsFor(std::chrono::milliseconds(10));
+
+    setRecorderIsActive(true);
+    hotKeys->press(38, 768);
+    hotKeys->release(38, 768);
+    EXPECT_EQ(actions + events, 0);
+    setRecorderIsActive(false);
+    hotKeys->release(38, 768);
+    EXPECT_EQ(actions, 1);
+    EXPECT_EQ(events, 1);
+}
+
+TEST_F(Actions, TheBindingFollowsTheNameNotTheKeys) {
+    const Name name(QStringLiteral("n"), commandShiftJ);
+    int fired = 0;
+    onKeyUp(name, [&] { ++fired; });
+    setShortcut(commandK, name);
+    EXPECT_FALSE(hotKeys->isRegistered(38, 768));
+    EXPECT_EQ(hotKeys->release(38, 768), std::nullopt);
+    hotKeys->release(40, 256);
+    EXPECT_EQ(fired, 1);
+}
+
+TEST_F(Actions, RemovingActionsKeepsHotKeysThatStreamsUse) {
+    const Name withStream(QStringLiteral("a"), commandShiftJ);
+    const Name plain(QStringLiteral("b"), commandK);
+    onKeyUp(withStream, [] {});
+    onKeyUp(plain, [] {});
+    auto stream = Hotkeys::events(withStream, [](EventType) {});
+    testutil::processEventsFor(std::chrono::milliseconds(10));
+
+    removeActions(withStream);
+    EXPECT_TRUE(hotKeys->isRegistered(38, 768));
+    removeAllActions();
+    EXPECT_TRUE(hotKeys->isRegistered(38, 768));
+    EXPECT_FALSE(hotKeys->isRegistered(40, 256));
+
+    stream.end();
+    testutil::processEventsFor(std::chrono::milliseconds(10));
+    EXPECT_FALSE(hotKeys->isRegistered(38, 768));
+}
+
+TEST_F(Streams, SinksJoinLaterAndLeaveAtOnce) {
+    const Name name(QStringLiteral("n"), commandShiftJ);
+    disable({name});
+    QList<EventType> all;
+    int releases = 0;
+    auto stream = Hotkeys::events(name, [&](EventType type) { all << type; });
+    auto upOnly = Hotkeys::events(EventType::keyUp, name, [&] { ++releases; });
+    // Added in a later turn of the main loop, which also registers the shortcut.
+    EXPECT_FALSE(hotKeys->isRegistered(38, 768));
+    testutil::processEventsFor(std::chrono::milliseconds(10));
+    ASSERT_TRUE(hotKeys->isRegistered(38, 768));
+
+    hotKeys->press(38, 768);
+    hotKeys->release(38, 768);
+    EXPECT_EQ(all, (QList<EventType>{EventType::keyDown, EventType::keyUp}));
+    EXPECT_EQ(releases, 1);
+
+    stream.end();
+    hotKeys->release(38, 768);
+    EXPECT_EQ(all.size(), 2);
+    EXPECT_EQ(releases, 2);
+    {
+        const EventStream moved = std::move(upOnly);
+        EXPECT_FALSE(upOnly.isActive()); // NOLINT(bugprone-use-after-move)
+    }
+    testutil::processEventsFor(std::chrono::milliseconds(10));
+    EXPECT_FALSE(hotKeys->isRegistered(38, 768));
+    EXPECT_EQ(hotKeys->release(38, 768), std::nullopt);
+}
+
+TEST_F(MenuObservers, AnyOpenMenuWithdrawsTheHotKeys) {
+    const Name name(QStringLiteral("n"), commandShiftJ);
+    int fired = 0;
+    onKeyUp(name, [&] { ++fired; });
+    const auto idBefore = hotKeys->registrations().at(0).id;
+
+    QMenu menu;
+    QMenu* submenu = menu.addMenu(QStringLiteral("More"));
+    submenu->addAction(QStringLiteral("Item"));
+    menu.popup(QPoint(10, 10));
+    ASSERT_TRUE(testutil::waitUntil([] { return menuIsOpen(); }));
+    EXPECT_TRUE(hotKeys->registrations().isEmpty());
+    EXPECT_EQ(HotKeyRegistry::entries().size(), 1);
+
+    submenu->popup(QPoint(40, 40));
+    ASSERT_TRUE(testutil::waitUntil([&] { return submenu->isVisible(); }));
+    submenu->hide();
+    EXPECT_TRUE(menuIsOpen()); // the outer menu is still open
+
+    // Inside the open menu the raw key events are matched instead.
+    EXPECT_EQ(hotKeys->rawKeyUp(38, 768), platform::osstatus::noErr);
+    EXPECT_EQ(fired, 1);
+
+    menu.hide();
+    EXPECT_FALSE(menuIsOpen());
+    ASSERT_EQ(hotKeys->registrations().size(), 1);
+    EXPECT_EQ(hotKeys->registrations().at(0).id, idBefore);
+}

@@ -1,0 +1,234 @@
+// Hot keys on a real X server (Xvfb with openbox), driven by xdotool.
+#include "platform/x11/X11HotKeys.h"
+
+#include "app/HotkeyManager.h"
+#include "hotkeys/HotKeyRegistry.h"
+#include "hotkeys/Testing.h"
+#include "platform/VirtualKeys.h"
+#include "platform/x11/X11KeyboardLayout.h"
+#include "support/Log.h"
+#include "tests/common/ChildProcess.h"
+#include "tests/common/TestUtil.h"
+
+#include <QMenu>
+#include <QSettings>
+#include <gtest/gtest.h>
+#include <xcb/xcb.h>
+
+using namespace Hotkeys;
+using namespace std::chrono_literals;
+
+namespace {
+
+class FrontmostWorkspace final : public platform::WorkspacePort {
+public:
+    std::optional<platform::RunningApplication> frontmostApplication() override {
+        return platform::RunningApplication{1234, QStringLiteral("org.example.Editor"),
+                                            QStringLiteral("Editor")};
+    }
+    bool openURL(const QUrl&) override { return false; }
+    bool openFolder(const QString&) override { return false; }
+};
+
+// Runs a command to its end.
+void run(const QString& program, const QStringList& arguments) {
+    const auto result = testutil::ChildProcess::run(program, arguments);
+    ASSERT_TRUE(result.finished && result.exitCode == 0)
+        << program.toStdString() << ' ' << arguments.join(u' ').toStdString()
+        << " failed: " << result.err.toStdString();
+}
+
+void xdotool(const QStringList& arguments) {
+    run(QStringLiteral("xdotool"), arguments);
+}
+
+// Another X client holding a passive grab on the root window.
+class OtherClient {
+public:
+    OtherClient() {
+        int screen = 0;
+        connection_ = xcb_connect(nullptr, &screen);
+        auto it = xcb_setup_roots_iterator(xcb_get_setup(connection_));
+        for (int i = 0; i < screen; ++i)
+            xcb_screen_next(&it);
+        root_ = it.data->root;
+    }
+    ~OtherClient() { xcb_disconnect(connection_); }
+    OtherClient(const OtherClient&) = delete;
+    OtherClient& operator=(const OtherClient&) = delete;
+
+    bool grab(xcb_keycode_t keycode, std::uint16_t modifiers) {
+        auto cookie = xcb_grab_key_checked(connection_, 0, root_, modifiers, keycode,
+                                           XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+        xcb_generic_error_t* error = xcb_request_check(connection_, cookie);
+        std::free(error); // NOLINT(cppcoreguidelines-no-malloc)
+        return error == nullptr;
+    }
+
+private:
+    xcb_connection_t* connection_ = nullptr;
+    xcb_window_t root_ = 0;
+};
+
+const Shortcut commandShiftJ(Key::j, eventflags::command | eventflags::shift);
+
+class X11Hotkeys : public ::testing::Test {
+protected:
+    void SetUp() override {
+        settings.clear();
+        hotKeys = platform::x11::X11HotKeys::create();
+        ASSERT_TRUE(hotKeys) << "not on the xcb platform";
+        layout = platform::x11::X11KeyboardLayout::create();
+        ASSERT_TRUE(layout);
+        resetStateForTesting({hotKeys, layout});
+    }
+
+    void TearDown() override {
+        manager.reset();
+        resetStateForTesting({});
+        hotKeys.reset();
+        settings.clear();
+    }
+
+    // The trigger binding, counting what happens in order.
+    void bind() {
+        manager = std::make_unique<HotkeyManager>(std::make_shared<FrontmostWorkspace>());
+        manager->registerCallback([this](auto application) {
+            EXPECT_TRUE(application.has_value());
+            happened << QStringLiteral("callback");
+        });
+        onKeyDown(triggerMendwise(), [this] { happened << QStringLiteral("down"); });
+    }
+
+    // Waits for the callbacks, then a little longer for anything that should not come.
+    void settle(int callbacks) {
+        EXPECT_TRUE(testutil::waitUntil(
+            [&] { return happened.count(QStringLiteral("callback")) >= callbacks; }, 3s));
+        testutil::processEventsFor(300ms);
+    }
+
+    QSettings settings{QStringLiteral("Mendwise"), QStringLiteral("Mendwise")};
+    std::shared_ptr<platform::x11::X11HotKeys> hotKeys;
+    std::shared_ptr<platform::x11::X11KeyboardLayout> layout;
+    std::unique_ptr<HotkeyManager> manager;
+    QStringList happened;
+};
+
+} // namespace
+
+TEST_F(X11Hotkeys, TriggerFiresOnceOnRelease) {
+    bind();
+    EXPECT_GT(hotKeys->grabCount(), 0);
+    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
+    settle(1);
+    EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));
+}
+
+TEST_F(X11Hotkeys, HoldingTheCombinationFiresOnce) {
+    bind();
+    EXPECT_TRUE(hotKeys->detectableAutoRepeat());
+    xdotool({QStringLiteral("keydown"), QStringLiteral("ctrl+shift+j")});
+    testutil::processEventsFor(1200ms); // Xvfb starts repeating after about 660 ms
+    EXPECT_EQ(happened, QStringList{QStringLiteral("down")});
+    xdotool({QStringLiteral("keyup"), QStringLiteral("ctrl+shift+j")});
+    settle(1);
+    EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));
+}
+
+TEST_F(X11Hotkeys, LockKeysDoNotChangeTheCombination) {
+    bind();
+    for (const QString& lock : {QStringLiteral("Num_Lock"), QStringLiteral("Caps_Lock")}) {
+        happened.clear();
+        xdotool({QStringLiteral("key"), lock});
+        xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
+        xdotool({QStringLiteral("key"), lock});
+        settle(1);
+        EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}))
+            << lock.toStdString();
+    }
+}
+
+TEST_F(X11Hotkeys, ARecordedShortcutReplacesTheOldOne) {
+    bind();
+    setShortcut(Shortcut(Key::k, eventflags::command | eventflags::option), triggerMendwise());
+    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
+    testutil::processEventsFor(300ms);
+    EXPECT_TRUE(happened.isEmpty());
+    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+alt+k")});
+    settle(1);
+    EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));
+}
+
+TEST_F(X11Hotkeys, NothingFiresAfterDisable) {
+    bind();
+    disable({triggerMendwise()});
+    EXPECT_EQ(hotKeys->grabCount(), 0);
+    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
+    testutil::processEventsFor(400ms);
+    EXPECT_TRUE(happened.isEmpty());
+}
+
+TEST_F(X11Hotkeys, ACombinationAnotherClientHoldsIsRefused) {
+    OtherClient other;
+    const auto keycodeK = platform::xKeycodeFromVirtualKey(Key::k.rawValue);
+    ASSERT_TRUE(keycodeK.has_value());
+    ASSERT_TRUE(other.grab(static_cast<xcb_keycode_t>(*keycodeK),
+                           XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT));
+    support::LogCapture log;
+    const Name name(QStringLiteral("other"),
+                    Shortcut(Key::k, eventflags::command | eventflags::shift));
+    EXPECT_EQ(log.records(), QStringList{QStringLiteral("Error registering hotkey ⇧⌘K: -9878")});
+    EXPECT_TRUE(HotKeyRegistry::entries().isEmpty());
+    EXPECT_EQ(hotKeys->grabCount(), 0); // the lock variants it did get were let go
+
+    // The window manager's and the other client's grabs are the system's shortcuts; ours are not.
+    bind();
+    const auto reserved = HotKeyRegistry::systemHotKeys();
+    EXPECT_TRUE(reserved.contains(Shortcut(Key::k, eventflags::command | eventflags::shift)));
+    EXPECT_TRUE(reserved.contains(Shortcut(Key::f4, eventflags::option))); // openbox: Alt+F4
+    EXPECT_FALSE(reserved.contains(commandShiftJ));
+    EXPECT_FALSE(reserved.contains(Shortcut(Key::l, eventflags::command | eventflags::shift)));
+    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")}); // the probe left ours alone
+    settle(1);
+    EXPECT_EQ(happened.count(QStringLiteral("callback")), 1);
+}
+
+TEST_F(X11Hotkeys, InsideAnOpenMenuTheShortcutStillFires) {
+    bind();
+    QMenu menu;
+    menu.addAction(QStringLiteral("First"));
+    menu.addAction(QStringLiteral("Second"));
+    menu.popup(QPoint(100, 100));
+    ASSERT_TRUE(testutil::waitUntil([&] { return menu.isVisible() && menuIsOpen(); }));
+    EXPECT_EQ(hotKeys->grabCount(), 0);
+    testutil::processEventsFor(200ms); // let the menu take the keyboard
+    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
+    settle(1);
+    EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));
+    EXPECT_TRUE(menu.isVisible());
+
+    menu.hide();
+    EXPECT_GT(hotKeys->grabCount(), 0);
+    happened.clear();
+    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
+    settle(1);
+    EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));
+}
+
+TEST_F(X11Hotkeys, LayoutChangesShowInNamesAndKeepTheGrabs) {
+    bind();
+    EXPECT_EQ(commandShiftJ.description(), QStringLiteral("⇧⌘J"));
+    EXPECT_EQ(Shortcut(Key::y, eventflags::command).description(), QStringLiteral("⌘Y"));
+    run(QStringLiteral("setxkbmap"), {QStringLiteral("-layout"), QStringLiteral("de")});
+    testutil::processEventsFor(200ms);
+    EXPECT_EQ(Shortcut(Key::y, eventflags::command).description(), QStringLiteral("⌘Z"));
+    // The key left of 1 is a dead circumflex on a German keyboard.
+    EXPECT_EQ(Shortcut(Key::backtick, eventflags::command).description(),
+              QStringLiteral("⌘\uFFFD"));
+    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
+    settle(1);
+    run(QStringLiteral("setxkbmap"), {QStringLiteral("-layout"), QStringLiteral("us")});
+    testutil::processEventsFor(200ms);
+    EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));
+    EXPECT_EQ(Shortcut(Key::y, eventflags::command).description(), QStringLiteral("⌘Y"));
+}
