@@ -15,8 +15,12 @@ namespace platform::x11 {
 class ThreadSanitizerBlindSpot {
 public:
 #if defined(__SANITIZE_THREAD__)
-    ThreadSanitizerBlindSpot() { __tsan_ignore_thread_begin(); }
-    ~ThreadSanitizerBlindSpot() { __tsan_ignore_thread_end(); }
+    ThreadSanitizerBlindSpot() {
+        __tsan_ignore_thread_begin();
+    }
+    ~ThreadSanitizerBlindSpot() {
+        __tsan_ignore_thread_end();
+    }
 #else
     ThreadSanitizerBlindSpot() = default;
     ~ThreadSanitizerBlindSpot() = default;
