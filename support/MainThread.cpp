@@ -4,7 +4,59 @@
 #include <QThread>
 #include <QTimer>
 
+#include <deque>
+#include <mutex>
+
 namespace support {
+
+namespace {
+
+// Work for the main thread waits in a queue of ours, guarded by a std::mutex, and the main
+// thread is only woken through Qt. Handing the work itself through Qt's event queue would be
+// just as correct, but Qt's locks are invisible to ThreadSanitizer, which would then report
+// the hand-over of every callback as a race.
+class MainQueue : public QObject {
+    Q_OBJECT
+
+public:
+    void push(std::function<void()> work) {
+        {
+            const std::lock_guard lock(mutex_);
+            queue_.push_back(std::move(work));
+        }
+        QMetaObject::invokeMethod(this, "drain", Qt::QueuedConnection);
+    }
+
+    Q_INVOKABLE void drain() {
+        for (;;) {
+            std::function<void()> work;
+            {
+                const std::lock_guard lock(mutex_);
+                if (queue_.empty())
+                    return;
+                work = std::move(queue_.front());
+                queue_.pop_front();
+            }
+            work();
+        }
+    }
+
+private:
+    std::mutex mutex_;
+    std::deque<std::function<void()>> queue_;
+};
+
+MainQueue* mainQueue() {
+    static MainQueue* queue = [] {
+        auto* created = new MainQueue; // lives as long as the process
+        if (auto* app = QCoreApplication::instance())
+            created->moveToThread(app->thread());
+        return created;
+    }();
+    return queue;
+}
+
+} // namespace
 
 bool isMainThread() {
     const auto* app = QCoreApplication::instance();
@@ -12,10 +64,9 @@ bool isMainThread() {
 }
 
 void runOnMain(std::function<void()> work) {
-    auto* app = QCoreApplication::instance();
-    if (!app)
+    if (!QCoreApplication::instance())
         return; // no event loop: the process is shutting down
-    QMetaObject::invokeMethod(app, std::move(work), Qt::QueuedConnection);
+    mainQueue()->push(std::move(work));
 }
 
 void runOnMain(const QPointer<QObject>& context, std::function<void()> work) {
@@ -30,3 +81,5 @@ void runOnMainAfter(QObject* context, std::chrono::milliseconds delay, std::func
 }
 
 } // namespace support
+
+#include "MainThread.moc"

@@ -57,7 +57,9 @@ pids+=($!)
 wait_for 20 sh -c 'xprop -root _NET_SUPPORTING_WM_CHECK | grep -q "window id"' ||
     { echo "desktop-session: openbox did not start" >&2; exit 1; }
 
-export QT_QPA_PLATFORM=xcb QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1
+# An X11 session, whatever the host runs.
+export QT_QPA_PLATFORM=xcb QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1 XDG_SESSION_TYPE=x11
+unset WAYLAND_DISPLAY
 status=0
 "$@" || status=$?
 exit "$status"

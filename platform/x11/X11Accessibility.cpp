@@ -1,0 +1,904 @@
+#include "platform/x11/X11Accessibility.h"
+
+#include "platform/x11/GuiThread.h"
+#include "platform/x11/ScreenMapping.h"
+#include "platform/x11/ThreadSanitizer.h"
+#include "support/Log.h"
+
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QDBusObjectPath>
+#include <QDBusVariant>
+#include <QMap>
+#include <array>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <variant>
+
+namespace platform::x11 {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr auto busService = "org.a11y.Bus";
+constexpr auto busPath = "/org/a11y/bus";
+constexpr auto registryService = "org.a11y.atspi.Registry";
+constexpr auto rootPath = "/org/a11y/atspi/accessible/root";
+constexpr auto nullPath = "/org/a11y/atspi/null";
+constexpr auto accessibleInterface = "org.a11y.atspi.Accessible";
+constexpr auto textInterface = "org.a11y.atspi.Text";
+constexpr auto componentInterface = "org.a11y.atspi.Component";
+constexpr auto collectionInterface = "org.a11y.atspi.Collection";
+constexpr auto propertiesInterface = "org.freedesktop.DBus.Properties";
+
+// AT-SPI constants.
+constexpr std::uint32_t coordTypeScreen = 0;
+constexpr int stateActive = 1;
+constexpr int stateDefunct = 6;
+constexpr int stateFocused = 12;
+constexpr int stateShowing = 25;
+constexpr int stateManagesDescendants = 31;
+constexpr int matchAll = 1;
+constexpr std::uint32_t sortCanonical = 1;
+constexpr int walkLimit = 2000;
+
+// An accessibility attribute that no platform header names: the whole text of a text object.
+constexpr auto valueAttribute = "AXValue";
+
+struct ObjectRef {
+    QString service;
+    QString path;
+};
+
+// One accessible object on the bus. An application element made from a pid has no service
+// yet: it is looked up on each read (and cached by the port).
+class AtspiElement final : public AXElementImpl {
+public:
+    AtspiElement(std::int32_t pid, QString service, QString path, bool application)
+        : pid(pid), service(std::move(service)), path(std::move(path)), application(application) {}
+
+    [[nodiscard]] QString describe() const override {
+        if (application && service.isEmpty())
+            return QStringLiteral("<AXUIElement application pid=%1>").arg(pid);
+        return QStringLiteral("<AXUIElement %1%2>").arg(service, path);
+    }
+
+    const std::int32_t pid;
+    const QString service;
+    const QString path;
+    const bool application;
+};
+
+class Deadline {
+public:
+    explicit Deadline(std::chrono::milliseconds budget) : end_(Clock::now() + budget) {}
+    // What is left of the budget, capped at `cap`; zero when it is used up.
+    [[nodiscard]] int remainingMs(std::chrono::milliseconds cap) const {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(end_ - Clock::now());
+        return static_cast<int>(std::max<std::int64_t>(0, std::min(left, cap).count()));
+    }
+
+private:
+    Clock::time_point end_;
+};
+
+AXError errorFor(const QDBusError& error, bool parameterized) {
+    const QString name = error.name();
+    if (name == QLatin1String("org.freedesktop.DBus.Error.NameHasNoOwner"))
+        return ax::invalidUIElement;
+    switch (error.type()) {
+    case QDBusError::NoReply:
+    case QDBusError::Timeout:
+    case QDBusError::TimedOut:
+        return ax::cannotComplete;
+    case QDBusError::ServiceUnknown:
+    case QDBusError::UnknownObject:
+    case QDBusError::Disconnected:
+        return ax::invalidUIElement;
+    case QDBusError::UnknownMethod:
+    case QDBusError::UnknownInterface:
+    case QDBusError::UnknownProperty:
+        return parameterized ? ax::parameterizedAttributeUnsupported : ax::attributeUnsupported;
+    case QDBusError::InvalidArgs:
+    case QDBusError::InvalidSignature:
+        return ax::illegalArgument;
+    case QDBusError::AccessDenied:
+        return ax::apiDisabled;
+    default:
+        return ax::failure;
+    }
+}
+
+// One argument of an answer, copied out of Qt's D-Bus message into plain values.
+using Value = std::variant<std::monostate, int, std::uint32_t, bool, QString,
+                           std::vector<ObjectRef>, std::vector<std::uint32_t>, std::array<int, 4>>;
+
+// The answer of one call: its arguments, or an error code.
+struct Answer {
+    AXError error = ax::failure;
+    std::vector<Value> arguments;
+    [[nodiscard]] bool ok() const { return error == ax::success; }
+    template <typename T> [[nodiscard]] const T* argument(std::size_t index) const {
+        return index < arguments.size() ? std::get_if<T>(&arguments[index]) : nullptr;
+    }
+};
+
+// A fresh copy: Qt's own string may share its data with the D-Bus thread's message.
+QString deepCopy(const QString& text) {
+    return QString(text.unicode(), text.size());
+}
+
+std::vector<ObjectRef> objectRefsOf(const QDBusArgument& argument) {
+    std::vector<ObjectRef> refs;
+    argument.beginArray();
+    while (!argument.atEnd()) {
+        QString service;
+        QDBusObjectPath path;
+        argument.beginStructure();
+        argument >> service >> path;
+        argument.endStructure();
+        if (!service.isEmpty() && !path.path().isEmpty() && path.path() != QLatin1String(nullPath))
+            refs.push_back({deepCopy(service), deepCopy(path.path())});
+    }
+    argument.endArray();
+    return refs;
+}
+
+Value copyOut(const QVariant& value) {
+    const QMetaType type = value.metaType();
+    if (type == QMetaType::fromType<QDBusVariant>())
+        return copyOut(value.value<QDBusVariant>().variant());
+    if (type == QMetaType::fromType<int>())
+        return value.toInt();
+    if (type == QMetaType::fromType<std::uint32_t>())
+        return static_cast<std::uint32_t>(value.toUInt());
+    if (type == QMetaType::fromType<bool>())
+        return value.toBool();
+    if (type == QMetaType::fromType<QString>())
+        return deepCopy(value.toString());
+    if (!value.canConvert<QDBusArgument>())
+        return std::monostate{};
+    const auto argument = value.value<QDBusArgument>();
+    const QString signature = argument.currentSignature();
+    if (signature == QLatin1String("a(so)"))
+        return objectRefsOf(argument);
+    if (signature == QLatin1String("au")) {
+        std::vector<std::uint32_t> values;
+        argument.beginArray();
+        while (!argument.atEnd()) {
+            std::uint32_t item = 0;
+            argument >> item;
+            values.push_back(item);
+        }
+        argument.endArray();
+        return values;
+    }
+    if (signature == QLatin1String("(iiii)")) {
+        std::array<int, 4> box{};
+        argument.beginStructure();
+        argument >> box[0] >> box[1] >> box[2] >> box[3];
+        argument.endStructure();
+        return box;
+    }
+    return std::monostate{};
+}
+
+// A boolean wrapped in a D-Bus variant, as property setters take it.
+struct VariantBool {
+    bool value = false;
+};
+// The Collection match rule "objects in the focused state".
+struct FocusedRule {};
+
+// One argument of a call, as plain values: the Qt D-Bus values are made inside the call.
+using Argument = std::variant<int, std::uint32_t, bool, QString, VariantBool, FocusedRule>;
+
+QVariant toQt(const Argument& argument) {
+    struct Convert {
+        QVariant operator()(int value) const { return value; }
+        QVariant operator()(std::uint32_t value) const { return QVariant::fromValue(value); }
+        QVariant operator()(bool value) const { return value; }
+        QVariant operator()(const QString& value) const { return deepCopy(value); }
+        QVariant operator()(VariantBool value) const {
+            return QVariant::fromValue(QDBusVariant(value.value));
+        }
+        QVariant operator()(FocusedRule /*rule*/) const {
+            QDBusArgument rule;
+            rule.beginStructure();
+            rule << QList<int>{1 << stateFocused, 0} << matchAll << QMap<QString, QString>{}
+                 << matchAll << QList<int>{} << matchAll << QStringList{} << matchAll << false;
+            rule.endStructure();
+            return QVariant::fromValue(rule);
+        }
+    };
+    return std::visit(Convert{}, argument);
+}
+
+// One blocking call. Everything Qt's D-Bus thread may touch (the message, its arguments, the
+// reply) is made and dropped inside the blind spot; the answer leaves as fresh copies.
+Answer exchange(const std::function<QDBusConnection()>& connection, const QString& service,
+                const QString& path, const QString& interface, const QString& method,
+                const std::vector<Argument>& arguments, int timeoutMs, bool parameterized,
+                QDBusError::ErrorType* errorType = nullptr) {
+    [[maybe_unused]] const ThreadSanitizerBlindSpot blindSpot;
+    auto message = QDBusMessage::createMethodCall(deepCopy(service), deepCopy(path),
+                                                  deepCopy(interface), deepCopy(method));
+    QList<QVariant> values;
+    for (const Argument& argument : arguments)
+        values.append(toQt(argument));
+    message.setArguments(values);
+    const QDBusMessage reply = connection().call(message, QDBus::Block, timeoutMs);
+    Answer answer;
+    if (reply.type() == QDBusMessage::ErrorMessage) {
+        const QDBusError error(reply);
+        if (errorType != nullptr)
+            *errorType = error.type();
+        answer.error = errorFor(error, parameterized);
+        return answer;
+    }
+    if (reply.type() != QDBusMessage::ReplyMessage)
+        return answer;
+    answer.error = ax::success;
+    const QList<QVariant> replyValues = reply.arguments();
+    for (const QVariant& value : replyValues)
+        answer.arguments.push_back(copyOut(value));
+    return answer;
+}
+
+std::optional<std::vector<ObjectRef>> objectRefs(const Answer& answer) {
+    if (const auto* refs = answer.argument<std::vector<ObjectRef>>(0))
+        return *refs;
+    return std::nullopt;
+}
+
+std::optional<std::vector<std::uint32_t>> uintArray(const Answer& answer) {
+    if (const auto* values = answer.argument<std::vector<std::uint32_t>>(0))
+        return *values;
+    return std::nullopt;
+}
+
+// Four integers, either as four arguments or as one (iiii) structure.
+std::optional<std::array<int, 4>> fourInts(const Answer& answer) {
+    if (const auto* box = answer.argument<std::array<int, 4>>(0))
+        return *box;
+    std::array<int, 4> values{};
+    for (std::size_t i = 0; i < 4; ++i) {
+        const auto* item = answer.argument<int>(i);
+        if (item == nullptr)
+            return std::nullopt;
+        values[i] = *item;
+    }
+    return values;
+}
+
+bool hasState(const std::vector<std::uint32_t>& states, int state) {
+    const auto word = static_cast<std::size_t>(state / 32);
+    return word < states.size() && (states[word] & (1U << (state % 32))) != 0;
+}
+
+AXRef elementRef(std::int32_t pid, const ObjectRef& ref) {
+    return makeAX(std::shared_ptr<AXElementImpl>(
+        std::make_shared<AtspiElement>(pid, ref.service, ref.path, false)));
+}
+
+AXResult errorResult(AXError error) {
+    return AXResult{error, nullptr};
+}
+
+AXResult valueResult(AXRef value) {
+    return AXResult{ax::success, std::move(value)};
+}
+
+} // namespace
+
+class X11Accessibility::Impl {
+public:
+    explicit Impl(Timeouts timeouts) : timeouts(timeouts) {}
+
+    ~Impl() {
+        const std::lock_guard lock(mutex);
+        if (!connectionName.isEmpty()) {
+            [[maybe_unused]] const ThreadSanitizerBlindSpot blindSpot;
+            QDBusConnection::disconnectFromBus(deepCopy(connectionName));
+        }
+    }
+
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+
+    // --- the session bus side: where the accessibility bus is, and whether it is switched on
+
+    Answer sessionCall(const QString& interface, const QString& method,
+                       const std::vector<Argument>& arguments, const Deadline& deadline) const {
+        const int timeout = deadline.remainingMs(timeouts.call);
+        if (timeout <= 0)
+            return {ax::cannotComplete, {}};
+        return exchange([] { return QDBusConnection::sessionBus(); }, QLatin1String(busService),
+                        QLatin1String(busPath), interface, method, arguments, timeout, false);
+    }
+
+    std::optional<QString> busAddress(const Deadline& deadline) const {
+        const Answer reply =
+            sessionCall(QStringLiteral("org.a11y.Bus"), QStringLiteral("GetAddress"), {}, deadline);
+        const auto* address = reply.argument<QString>(0);
+        if (address == nullptr || address->isEmpty())
+            return std::nullopt;
+        return *address;
+    }
+
+    std::optional<bool> isEnabled(const Deadline& deadline) const {
+        const Answer reply =
+            sessionCall(QLatin1String(propertiesInterface), QStringLiteral("Get"),
+                        {QStringLiteral("org.a11y.Status"), QStringLiteral("IsEnabled")}, deadline);
+        if (const auto* enabled = reply.argument<bool>(0))
+            return *enabled;
+        return std::nullopt;
+    }
+
+    bool setEnabled(bool enabled) const {
+        const Deadline deadline(timeouts.read);
+        const Answer reply = sessionCall(
+            QLatin1String(propertiesInterface), QStringLiteral("Set"),
+            {QStringLiteral("org.a11y.Status"), QStringLiteral("IsEnabled"), VariantBool{enabled}},
+            deadline);
+        return reply.ok() && isEnabled(deadline) == enabled;
+    }
+
+    // The name of the accessibility bus connection, made once per bus address.
+    std::optional<QString> accessibilityBus(const Deadline& deadline) {
+        const auto address = busAddress(deadline);
+        if (!address)
+            return std::nullopt;
+        const std::lock_guard lock(mutex);
+        [[maybe_unused]] const ThreadSanitizerBlindSpot blindSpot;
+        if (*address == connectedAddress && QDBusConnection(deepCopy(connectionName)).isConnected())
+            return connectionName;
+        if (!connectionName.isEmpty())
+            QDBusConnection::disconnectFromBus(deepCopy(connectionName));
+        connectionName = QStringLiteral("mendwise-accessibility-%1").arg(++generation);
+        connectedAddress = *address;
+        servicePids.clear();
+        if (!QDBusConnection::connectToBus(deepCopy(*address), deepCopy(connectionName))
+                 .isConnected())
+            return std::nullopt;
+        return connectionName;
+    }
+
+    // The accessibility bus when the process is trusted; apiDisabled otherwise.
+    std::variant<QString, AXError> trustedBus(const Deadline& deadline) {
+        if (isEnabled(deadline) != true)
+            return ax::apiDisabled;
+        if (auto bus = accessibilityBus(deadline))
+            return *bus;
+        return ax::apiDisabled;
+    }
+
+    // --- calls on the accessibility bus (named by its connection)
+
+    Answer call(const QString& bus, const ObjectRef& target, const QString& interface,
+                const QString& method, const std::vector<Argument>& arguments,
+                const Deadline& deadline, bool parameterized = false) const {
+        const int timeout = deadline.remainingMs(timeouts.call);
+        if (timeout <= 0)
+            return {ax::cannotComplete, {}};
+        QDBusError::ErrorType errorType = QDBusError::NoError;
+        Answer answer =
+            exchange([&bus] { return QDBusConnection(deepCopy(bus)); }, target.service, target.path,
+                     interface, method, arguments, timeout, parameterized, &errorType);
+        // Qt answers a method of an interface the object lacks with UnknownObject; the object
+        // is only gone if it no longer answers as an accessible.
+        if (errorType == QDBusError::UnknownObject &&
+            interface != QLatin1String(accessibleInterface) &&
+            call(bus, target, QLatin1String(accessibleInterface), QStringLiteral("GetRole"), {},
+                 deadline)
+                .ok())
+            answer.error =
+                parameterized ? ax::parameterizedAttributeUnsupported : ax::attributeUnsupported;
+        return answer;
+    }
+
+    Answer property(const QString& bus, const ObjectRef& target, const QString& interface,
+                    const QString& name, const Deadline& deadline) const {
+        return call(bus, target, QLatin1String(propertiesInterface), QStringLiteral("Get"),
+                    {interface, name}, deadline);
+    }
+
+    // --- applications by process id
+
+    // The root object of the application of `pid`, from the registry's list of applications.
+    std::variant<ObjectRef, AXError> applicationRoot(const QString& bus, std::int32_t pid,
+                                                     const Deadline& deadline, bool refresh) {
+        if (!refresh) {
+            const std::lock_guard lock(mutex);
+            for (const auto& [service, owner] : servicePids) {
+                if (owner == pid)
+                    return ObjectRef{service, QLatin1String(rootPath)};
+            }
+        }
+        const Answer children =
+            call(bus, {QLatin1String(registryService), QLatin1String(rootPath)},
+                 QLatin1String(accessibleInterface), QStringLiteral("GetChildren"), {}, deadline);
+        if (!children.ok())
+            return children.error == ax::invalidUIElement ? ax::cannotComplete : children.error;
+        const auto applications = objectRefs(children);
+        if (!applications)
+            return ax::failure;
+        std::map<QString, std::int32_t> known;
+        {
+            const std::lock_guard lock(mutex);
+            known = servicePids;
+        }
+        std::optional<ObjectRef> found;
+        std::map<QString, std::int32_t> current;
+        for (const auto& application : *applications) {
+            auto owner = known.find(application.service);
+            std::int32_t applicationPid = -1;
+            if (owner != known.end()) {
+                applicationPid = owner->second;
+            } else {
+                const Answer reply = call(bus,
+                                          {QStringLiteral("org.freedesktop.DBus"),
+                                           QStringLiteral("/org/freedesktop/DBus")},
+                                          QStringLiteral("org.freedesktop.DBus"),
+                                          QStringLiteral("GetConnectionUnixProcessID"),
+                                          {application.service}, deadline);
+                const auto* processId = reply.argument<std::uint32_t>(0);
+                if (processId == nullptr)
+                    continue;
+                applicationPid = static_cast<std::int32_t>(*processId);
+            }
+            current[application.service] = applicationPid;
+            if (applicationPid == pid && !found)
+                found = application;
+        }
+        {
+            const std::lock_guard lock(mutex);
+            servicePids = std::move(current);
+        }
+        if (!found)
+            return ax::cannotComplete;
+        return *found;
+    }
+
+    // --- attributes
+
+    AXResult read(const AXRef& element, const QString& attribute, const AXRef* parameter) {
+        const auto* target =
+            element ? dynamic_cast<const AtspiElement*>(element->element()) : nullptr;
+        if (target == nullptr)
+            return errorResult(ax::illegalArgument);
+        const Deadline deadline(timeouts.read);
+        auto bus = trustedBus(deadline);
+        if (const auto* error = std::get_if<AXError>(&bus))
+            return errorResult(*error);
+        const auto& connection = std::get<QString>(bus);
+
+        if (!target->application || !target->service.isEmpty())
+            return readObject(connection, *target, {target->service, target->path}, attribute,
+                              parameter, deadline);
+        // An application by pid: a cached bus name may belong to an application that has gone
+        // meanwhile; look it up afresh once.
+        for (const bool refresh : {false, true}) {
+            auto root = applicationRoot(connection, target->pid, deadline, refresh);
+            if (const auto* error = std::get_if<AXError>(&root))
+                return errorResult(*error);
+            AXResult result = readObject(connection, *target, std::get<ObjectRef>(root), attribute,
+                                         parameter, deadline);
+            if (result.error != ax::invalidUIElement || refresh)
+                return result;
+        }
+        return errorResult(ax::failure);
+    }
+
+    AXResult readObject(const QString& bus, const AtspiElement& element, const ObjectRef& target,
+                        const QString& attribute, const AXRef* parameter,
+                        const Deadline& deadline) {
+        if (parameter != nullptr) {
+            if (attribute == QLatin1String(axattr::boundsForRange))
+                return boundsForRange(bus, target, *parameter, deadline);
+            return errorResult(ax::parameterizedAttributeUnsupported);
+        }
+        if (attribute == QLatin1String(axattr::role))
+            return role(bus, target, deadline);
+        if (attribute == QLatin1String(axattr::selectedText))
+            return selectedText(bus, target, deadline);
+        if (attribute == QLatin1String(axattr::selectedTextRange))
+            return selectedTextRange(bus, target, deadline);
+        if (attribute == QLatin1String(axattr::position) ||
+            attribute == QLatin1String(axattr::size))
+            return extents(bus, target, attribute == QLatin1String(axattr::position), deadline);
+        if (attribute == QLatin1String(valueAttribute))
+            return wholeText(bus, target, deadline);
+        if (element.application && attribute == QLatin1String(axattr::focusedUIElement))
+            return focusedElement(bus, element.pid, target, deadline);
+        if (element.application && attribute == QLatin1String(axattr::windows))
+            return windows(bus, element.pid, target, deadline);
+        return errorResult(ax::attributeUnsupported);
+    }
+
+    AXResult role(const QString& bus, const ObjectRef& target, const Deadline& deadline) {
+        const Answer answer = call(bus, target, QLatin1String(accessibleInterface),
+                                   QStringLiteral("GetRoleName"), {}, deadline);
+        if (!answer.ok())
+            return errorResult(answer.error);
+        const auto* text = answer.argument<QString>(0);
+        if (text == nullptr)
+            return errorResult(ax::failure);
+        return valueResult(makeAX(*text));
+    }
+
+    std::optional<std::vector<ObjectRef>> children(const QString& bus, const ObjectRef& target,
+                                                   const Deadline& deadline, AXError& error) {
+        const Answer answer = call(bus, target, QLatin1String(accessibleInterface),
+                                   QStringLiteral("GetChildren"), {}, deadline);
+        error = answer.error;
+        if (!answer.ok())
+            return std::nullopt;
+        auto refs = objectRefs(answer);
+        if (!refs)
+            error = ax::failure;
+        return refs;
+    }
+
+    std::optional<std::vector<std::uint32_t>> states(const QString& bus, const ObjectRef& target,
+                                                     const Deadline& deadline, AXError& error) {
+        const Answer answer = call(bus, target, QLatin1String(accessibleInterface),
+                                   QStringLiteral("GetState"), {}, deadline);
+        error = answer.error;
+        if (!answer.ok())
+            return std::nullopt;
+        auto values = uintArray(answer);
+        if (!values)
+            error = ax::failure;
+        return values;
+    }
+
+    AXResult windows(const QString& bus, std::int32_t pid, const ObjectRef& root,
+                     const Deadline& deadline) {
+        AXError error = ax::success;
+        const auto refs = children(bus, root, deadline, error);
+        if (!refs)
+            return errorResult(error);
+        std::vector<AXRef> items;
+        for (const auto& ref : *refs)
+            items.push_back(elementRef(pid, ref));
+        return valueResult(makeAX(std::move(items)));
+    }
+
+    AXResult focusedElement(const QString& bus, std::int32_t pid, const ObjectRef& root,
+                            const Deadline& deadline) {
+        // Collection: the application searches its own tree in one call.
+        const Answer answer =
+            call(bus, root, QLatin1String(collectionInterface), QStringLiteral("GetMatches"),
+                 {FocusedRule{}, sortCanonical, 1, true}, deadline);
+        if (answer.ok()) {
+            const auto matches = objectRefs(answer);
+            if (!matches)
+                return errorResult(ax::failure);
+            if (matches->empty())
+                return errorResult(ax::noValue);
+            return valueResult(elementRef(pid, matches->front()));
+        }
+        if (answer.error != ax::attributeUnsupported)
+            return errorResult(answer.error);
+        return walkForFocus(bus, pid, root, deadline);
+    }
+
+    // Breadth first through the windows, the active one first, into showing objects only.
+    AXResult walkForFocus(const QString& bus, std::int32_t pid, const ObjectRef& root,
+                          const Deadline& deadline) {
+        AXError error = ax::success;
+        const auto windowRefs = children(bus, root, deadline, error);
+        if (!windowRefs)
+            return errorResult(error);
+        std::deque<ObjectRef> queue;
+        for (const auto& window : *windowRefs) {
+            const auto windowStates = states(bus, window, deadline, error);
+            if (!windowStates)
+                continue;
+            if (hasState(*windowStates, stateFocused))
+                return valueResult(elementRef(pid, window));
+            if (hasState(*windowStates, stateActive))
+                queue.push_front(window);
+            else if (hasState(*windowStates, stateShowing))
+                queue.push_back(window);
+        }
+        int visited = 0;
+        while (!queue.empty() && visited < walkLimit) {
+            if (deadline.remainingMs(timeouts.call) <= 0)
+                return errorResult(ax::cannotComplete);
+            const ObjectRef node = queue.front();
+            queue.pop_front();
+            const auto kids = children(bus, node, deadline, error);
+            if (!kids)
+                continue;
+            for (const auto& kid : *kids) {
+                ++visited;
+                const auto kidStates = states(bus, kid, deadline, error);
+                if (!kidStates || hasState(*kidStates, stateDefunct) ||
+                    !hasState(*kidStates, stateShowing))
+                    continue;
+                if (hasState(*kidStates, stateFocused))
+                    return valueResult(elementRef(pid, kid));
+                if (!hasState(*kidStates, stateManagesDescendants))
+                    queue.push_back(kid);
+            }
+        }
+        if (deadline.remainingMs(timeouts.call) <= 0)
+            return errorResult(ax::cannotComplete);
+        return errorResult(ax::noValue);
+    }
+
+    struct Selection {
+        int start = 0;
+        int end = 0;
+    };
+
+    // The first selection of a text object, none when nothing is selected; `error` otherwise.
+    std::optional<Selection> firstSelection(const QString& bus, const ObjectRef& target,
+                                            const Deadline& deadline, AXError& error) {
+        const Answer count = call(bus, target, QLatin1String(textInterface),
+                                  QStringLiteral("GetNSelections"), {}, deadline);
+        error = count.error;
+        if (!count.ok())
+            return std::nullopt;
+        const auto* selections = count.argument<int>(0);
+        if (selections == nullptr) {
+            error = ax::failure;
+            return std::nullopt;
+        }
+        if (*selections <= 0)
+            return std::nullopt;
+        const Answer range = call(bus, target, QLatin1String(textInterface),
+                                  QStringLiteral("GetSelection"), {0}, deadline);
+        error = range.error;
+        if (!range.ok())
+            return std::nullopt;
+        const auto* first = range.argument<int>(0);
+        const auto* second = range.argument<int>(1);
+        if (first == nullptr || second == nullptr) {
+            error = ax::failure;
+            return std::nullopt;
+        }
+        const int a = *first;
+        const int b = *second;
+        if (a == b)
+            return std::nullopt;
+        return Selection{std::min(a, b), std::max(a, b)};
+    }
+
+    AXResult text(const QString& bus, const ObjectRef& target, int start, int end,
+                  const Deadline& deadline) {
+        const Answer answer = call(bus, target, QLatin1String(textInterface),
+                                   QStringLiteral("GetText"), {start, end}, deadline);
+        if (!answer.ok())
+            return errorResult(answer.error);
+        const auto* text = answer.argument<QString>(0);
+        if (text == nullptr)
+            return errorResult(ax::failure);
+        return valueResult(makeAX(*text));
+    }
+
+    AXResult selectedText(const QString& bus, const ObjectRef& target, const Deadline& deadline) {
+        AXError error = ax::success;
+        const auto selection = firstSelection(bus, target, deadline, error);
+        if (error != ax::success)
+            return errorResult(error);
+        if (!selection)
+            return valueResult(makeAX(QString()));
+        return text(bus, target, selection->start, selection->end, deadline);
+    }
+
+    AXResult wholeText(const QString& bus, const ObjectRef& target, const Deadline& deadline) {
+        return text(bus, target, 0, -1, deadline);
+    }
+
+    AXResult selectedTextRange(const QString& bus, const ObjectRef& target,
+                               const Deadline& deadline) {
+        AXError error = ax::success;
+        const auto selection = firstSelection(bus, target, deadline, error);
+        if (error != ax::success)
+            return errorResult(error);
+        if (selection)
+            return valueResult(
+                makeAX(CFRange{selection->start, selection->end - selection->start}));
+        const Answer caret = property(bus, target, QLatin1String(textInterface),
+                                      QStringLiteral("CaretOffset"), deadline);
+        if (!caret.ok())
+            return errorResult(caret.error);
+        const auto* caretOffset = caret.argument<int>(0);
+        if (caretOffset == nullptr)
+            return errorResult(ax::failure);
+        const int offset = *caretOffset;
+        if (offset < 0)
+            return errorResult(ax::noValue);
+        return valueResult(makeAX(CFRange{offset, 0}));
+    }
+
+    AXResult extents(const QString& bus, const ObjectRef& target, bool wantPosition,
+                     const Deadline& deadline) {
+        const Answer answer = call(bus, target, QLatin1String(componentInterface),
+                                   QStringLiteral("GetExtents"), {coordTypeScreen}, deadline);
+        if (!answer.ok())
+            return errorResult(answer.error);
+        const auto box = fourInts(answer);
+        if (!box)
+            return errorResult(ax::failure);
+        const Rect rect = accessibilityFromNative(
+            Rect{double((*box)[0]), double((*box)[1]), double((*box)[2]), double((*box)[3])},
+            layout());
+        if (wantPosition)
+            return valueResult(makeAX(Point{rect.x, rect.y}));
+        return valueResult(makeAX(Size{rect.width, rect.height}));
+    }
+
+    AXResult boundsForRange(const QString& bus, const ObjectRef& target, const AXRef& parameter,
+                            const Deadline& deadline) {
+        CFRange range;
+        if (!axValueGetValue(parameter, range) || range.location < 0 || range.length < 0 ||
+            range.location + range.length > INT32_MAX)
+            return errorResult(ax::illegalArgument);
+        const int start = static_cast<int>(range.location);
+        std::optional<std::array<int, 4>> box;
+        if (range.length > 0) {
+            int end = static_cast<int>(range.location + range.length);
+            AXError error = ax::success;
+            if (rangeEndIsInclusive(bus, target, start, deadline, error))
+                --end;
+            if (error != ax::success)
+                return errorResult(error);
+            const Answer answer = end > start ? call(bus, target, QLatin1String(textInterface),
+                                                     QStringLiteral("GetRangeExtents"),
+                                                     {start, end, coordTypeScreen}, deadline, true)
+                                              : call(bus, target, QLatin1String(textInterface),
+                                                     QStringLiteral("GetCharacterExtents"),
+                                                     {start, coordTypeScreen}, deadline, true);
+            if (!answer.ok())
+                return errorResult(answer.error);
+            box = fourInts(answer);
+        } else {
+            // A caret: the left edge of the character after it, or the right edge of the one
+            // before it at the end of the text.
+            const Answer answer = call(bus, target, QLatin1String(textInterface),
+                                       QStringLiteral("GetCharacterExtents"),
+                                       {start, coordTypeScreen}, deadline, true);
+            if (!answer.ok())
+                return errorResult(answer.error);
+            box = fourInts(answer);
+            if (box && (*box)[3] <= 0 && start > 0) {
+                const Answer before = call(bus, target, QLatin1String(textInterface),
+                                           QStringLiteral("GetCharacterExtents"),
+                                           {start - 1, coordTypeScreen}, deadline, true);
+                if (before.ok()) {
+                    box = fourInts(before);
+                    if (box)
+                        (*box)[0] += (*box)[2];
+                }
+            }
+            if (box)
+                (*box)[2] = 0;
+        }
+        if (!box)
+            return errorResult(ax::failure);
+        if ((*box)[3] <= 0 || ((*box)[0] == 0 && (*box)[1] == 0 && (*box)[2] == 0))
+            return errorResult(ax::noValue);
+        return valueResult(makeAX(accessibilityFromNative(
+            Rect{double((*box)[0]), double((*box)[1]), double((*box)[2]), double((*box)[3])},
+            layout())));
+    }
+
+    // Some toolkits (Qt 6.4 measured) include the character at the end offset in a range's
+    // extents. Found out once per application: does the range of one character reach beyond
+    // that character?
+    bool rangeEndIsInclusive(const QString& bus, const ObjectRef& target, int start,
+                             const Deadline& deadline, AXError& error) {
+        {
+            const std::lock_guard lock(mutex);
+            if (auto known = inclusiveRangeEnds.find(target.service);
+                known != inclusiveRangeEnds.end())
+                return known->second;
+        }
+        const Answer one =
+            call(bus, target, QLatin1String(textInterface), QStringLiteral("GetRangeExtents"),
+                 {start, start + 1, coordTypeScreen}, deadline, true);
+        error = one.error;
+        if (!one.ok())
+            return false;
+        const Answer character =
+            call(bus, target, QLatin1String(textInterface), QStringLiteral("GetCharacterExtents"),
+                 {start, coordTypeScreen}, deadline, true);
+        error = character.error;
+        if (!character.ok())
+            return false;
+        const auto oneBox = fourInts(one);
+        const auto characterBox = fourInts(character);
+        if (!oneBox || !characterBox || (*characterBox)[2] <= 0)
+            return false; // undecided (e.g. a line break): ask again next time
+        const bool inclusive = (*oneBox)[2] > (*characterBox)[2] + 1;
+        const std::lock_guard lock(mutex);
+        inclusiveRangeEnds[target.service] = inclusive;
+        return inclusive;
+    }
+
+    // The screen layout for converting geometry: fresh from the GUI thread when it answers
+    // promptly, else the last one seen.
+    ScreenLayout layout() {
+        auto fresh =
+            callOnGuiThread<ScreenLayout>(currentScreenLayout, std::chrono::milliseconds(500));
+        const std::lock_guard lock(mutex);
+        if (fresh && !fresh->screens.empty())
+            lastLayout = std::move(*fresh);
+        return lastLayout;
+    }
+
+    Timeouts timeouts;
+    std::mutex mutex;
+    QString connectionName;
+    QString connectedAddress;
+    int generation = 0;
+    std::map<QString, std::int32_t> servicePids; // bus name -> process id
+    std::map<QString, bool> inclusiveRangeEnds;  // bus name -> quirk found
+    ScreenLayout lastLayout;
+};
+
+X11Accessibility::X11Accessibility() : X11Accessibility(Timeouts{}) {}
+X11Accessibility::X11Accessibility(Timeouts timeouts) : d_(std::make_unique<Impl>(timeouts)) {}
+X11Accessibility::~X11Accessibility() = default;
+
+bool X11Accessibility::isProcessTrusted() {
+    const Deadline deadline(d_->timeouts.read);
+    return std::holds_alternative<QString>(d_->trustedBus(deadline));
+}
+
+bool X11Accessibility::isProcessTrustedWithPrompt() {
+    const Deadline deadline(d_->timeouts.read);
+    if (!d_->busAddress(deadline)) {
+        support::log(QStringLiteral(
+            "[Accessibility] ❌ The desktop's accessibility bus (AT-SPI) does not answer. Install "
+            "at-spi2-core, log out and in again, then restart Mendwise."));
+        return false;
+    }
+    if (d_->isEnabled(deadline) == true)
+        return isProcessTrusted();
+    if (d_->setEnabled(true)) {
+        support::log(QStringLiteral(
+            "[Accessibility] ✅ Switched on the desktop's accessibility support (AT-SPI). Qt "
+            "applications started before need a restart. Desktops that keep it in GSettings keep "
+            "it on; to switch it on for good yourself: gsettings set "
+            "org.gnome.desktop.interface toolkit-accessibility true"));
+    } else {
+        support::log(QStringLiteral(
+            "[Accessibility] ❌ Could not switch on the desktop's accessibility support. Run: "
+            "gsettings set org.gnome.desktop.interface toolkit-accessibility true, then log out "
+            "and in again."));
+    }
+    return isProcessTrusted();
+}
+
+AXRef X11Accessibility::createApplication(std::int32_t pid) {
+    return makeAX(std::shared_ptr<AXElementImpl>(
+        std::make_shared<AtspiElement>(pid, QString(), QString(), true)));
+}
+
+AXResult X11Accessibility::copyAttributeValue(const AXRef& element, const QString& attribute) {
+    return d_->read(element, attribute, nullptr);
+}
+
+AXResult X11Accessibility::copyParameterizedAttributeValue(const AXRef& element,
+                                                           const QString& attribute,
+                                                           const AXRef& parameter) {
+    return d_->read(element, attribute, &parameter);
+}
+
+bool X11Accessibility::setAccessibilityEnabled(bool enabled) {
+    return d_->setEnabled(enabled);
+}
+
+} // namespace platform::x11

@@ -1,0 +1,274 @@
+// The accessibility backend against real applications on the accessibility bus: mousepad
+// (GTK 3) and the Qt text app.
+#include "platform/x11/X11Accessibility.h"
+#include "support/Log.h"
+#include "tests/common/TestUtil.h"
+#include "tests/x11/DesktopApps.h"
+#include "tests/x11/GeometryPrinters.h"
+
+#include <QElapsedTimer>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace platform;
+using namespace std::chrono_literals;
+using x11::X11Accessibility;
+
+namespace {
+
+const QString sampleText = QStringLiteral("The quick brown fox jumps over the lazy dog\n"
+                                          "and the second line follows here");
+
+std::optional<QString> stringOf(const AXResult& result) {
+    return result.error == ax::success ? axString(result.value) : std::nullopt;
+}
+
+template <typename T> std::optional<T> geometryOf(const AXResult& result) {
+    T value;
+    if (result.error != ax::success || !axValueGetValue(result.value, value))
+        return std::nullopt;
+    return value;
+}
+
+bool inside(const Rect& inner, const Rect& outer) {
+    return inner.minX() >= outer.minX() && inner.maxX() <= outer.maxX() &&
+           inner.minY() >= outer.minY() && inner.maxY() <= outer.maxY();
+}
+
+class AccessibilityTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(accessibility.setAccessibilityEnabled(true)); }
+
+    // The focused element of the application of `pid`, waiting for it to appear.
+    AXRef focusedElementOf(qint64 pid) {
+        AXRef focused;
+        testutil::waitUntil(
+            [&] {
+                const auto app = accessibility.createApplication(static_cast<std::int32_t>(pid));
+                const auto result = accessibility.copyAttributeValue(app, axattr::focusedUIElement);
+                focused = result.error == ax::success ? result.value : nullptr;
+                return focused != nullptr;
+            },
+            10s);
+        return focused;
+    }
+
+    // Checks the whole selection story on the focused element of one application.
+    void expectSelectionStory(qint64 pid, const QString& expectedRole) {
+        const AXRef app = accessibility.createApplication(static_cast<std::int32_t>(pid));
+        const auto windows = accessibility.copyAttributeValue(app, axattr::windows);
+        ASSERT_EQ(windows.error, ax::success);
+        const auto* list = std::get_if<std::vector<AXRef>>(&windows.value->payload());
+        ASSERT_NE(list, nullptr);
+        EXPECT_FALSE(list->empty());
+
+        const AXRef focused = focusedElementOf(pid);
+        ASSERT_NE(focused, nullptr);
+        EXPECT_EQ(stringOf(accessibility.copyAttributeValue(focused, axattr::role)), expectedRole);
+        EXPECT_EQ(stringOf(accessibility.copyAttributeValue(focused, axattr::selectedText)),
+                  QStringLiteral("quick brown"));
+        const auto range = geometryOf<CFRange>(
+            accessibility.copyAttributeValue(focused, axattr::selectedTextRange));
+        ASSERT_TRUE(range);
+        EXPECT_EQ(*range, (CFRange{4, 11}));
+
+        const auto position =
+            geometryOf<Point>(accessibility.copyAttributeValue(focused, axattr::position));
+        const auto size = geometryOf<Size>(accessibility.copyAttributeValue(focused, axattr::size));
+        ASSERT_TRUE(position && size);
+        const Rect element{position->x, position->y, size->width, size->height};
+        EXPECT_GT(element.width, 100);
+        EXPECT_GT(element.height, 10);
+
+        const auto bounds = geometryOf<Rect>(accessibility.copyParameterizedAttributeValue(
+            focused, axattr::boundsForRange, makeAX(*range)));
+        ASSERT_TRUE(bounds);
+        EXPECT_TRUE(inside(*bounds, element))
+            << bounds->x << "," << bounds->y << " " << bounds->width << "x" << bounds->height;
+        EXPECT_GT(bounds->width, 20);
+        EXPECT_GT(bounds->height, 5);
+        // "The " comes before the selection on the same line; a longer range reaches further.
+        const auto before = geometryOf<Rect>(accessibility.copyParameterizedAttributeValue(
+            focused, axattr::boundsForRange, makeAX(CFRange{0, 4})));
+        const auto longer = geometryOf<Rect>(accessibility.copyParameterizedAttributeValue(
+            focused, axattr::boundsForRange, makeAX(CFRange{4, 20})));
+        ASSERT_TRUE(before && longer);
+        EXPECT_LE(before->maxX(), bounds->minX() + 1);
+        EXPECT_NEAR(before->y, bounds->y, 2);
+        EXPECT_GT(longer->maxX(), bounds->maxX());
+
+        // The rectangle is where the text is on screen: a click in its middle puts the caret
+        // inside the selected words.
+        x11test::xdotool({QStringLiteral("mousemove"),
+                          QString::number(int(bounds->x + bounds->width / 2)),
+                          QString::number(int(bounds->y + bounds->height / 2)),
+                          QStringLiteral("click"), QStringLiteral("1")});
+        std::optional<CFRange> caret;
+        EXPECT_TRUE(testutil::waitUntil([&] {
+            caret = geometryOf<CFRange>(
+                accessibility.copyAttributeValue(focused, axattr::selectedTextRange));
+            return caret && caret->length == 0;
+        }));
+        ASSERT_TRUE(caret);
+        EXPECT_GT(caret->location, 4);
+        EXPECT_LT(caret->location, 15);
+        // No selection now: an empty selected text, and the caret's bounds at the click.
+        EXPECT_EQ(stringOf(accessibility.copyAttributeValue(focused, axattr::selectedText)),
+                  QString());
+        const auto caretBounds = geometryOf<Rect>(accessibility.copyParameterizedAttributeValue(
+            focused, axattr::boundsForRange, makeAX(*caret)));
+        ASSERT_TRUE(caretBounds);
+        EXPECT_EQ(caretBounds->width, 0);
+        EXPECT_NEAR(caretBounds->x, bounds->x + bounds->width / 2, bounds->width / 2 + 1);
+        EXPECT_NEAR(caretBounds->y, bounds->y, 3);
+    }
+
+    X11Accessibility accessibility;
+};
+
+} // namespace
+
+TEST_F(AccessibilityTest, MousepadSelectionIsReadWithItsRangeAndScreenBounds) {
+    auto mousepad = x11test::startMousepad(sampleText);
+    ASSERT_NE(mousepad, nullptr);
+    // Select "quick brown" the way a user would.
+    QStringList keys{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("10"),
+                     QStringLiteral("ctrl+Home")};
+    for (int i = 0; i < 4; ++i)
+        keys << QStringLiteral("Right");
+    for (int i = 0; i < 11; ++i)
+        keys << QStringLiteral("shift+Right");
+    x11test::xdotool(keys);
+    expectSelectionStory(mousepad->pid(), QStringLiteral("text"));
+}
+
+TEST_F(AccessibilityTest, QtTextWidgetsAnswerTheSameWay) {
+    {
+        auto editor = x11test::startQtTextApp(sampleText, 4, 11);
+        ASSERT_NE(editor, nullptr);
+        expectSelectionStory(editor->pid(), QStringLiteral("text"));
+    }
+    auto field = x11test::startQtTextApp(QStringLiteral("The quick brown fox"), 4, 11, true);
+    ASSERT_NE(field, nullptr);
+    const AXRef focused = focusedElementOf(field->pid());
+    ASSERT_NE(focused, nullptr);
+    EXPECT_EQ(stringOf(accessibility.copyAttributeValue(focused, axattr::selectedText)),
+              QStringLiteral("quick brown"));
+    EXPECT_EQ(stringOf(accessibility.copyAttributeValue(focused, "AXValue")),
+              QStringLiteral("The quick brown fox"));
+}
+
+TEST_F(AccessibilityTest, TrustFollowsTheDesktopSwitchAndThePromptTurnsItOn) {
+    auto editor = x11test::startQtTextApp(sampleText, 4, 11);
+    ASSERT_NE(editor, nullptr);
+    const AXRef app = accessibility.createApplication(static_cast<std::int32_t>(editor->pid()));
+
+    ASSERT_TRUE(accessibility.setAccessibilityEnabled(false));
+    EXPECT_FALSE(accessibility.isProcessTrusted());
+    EXPECT_EQ(accessibility.copyAttributeValue(app, axattr::focusedUIElement).error,
+              ax::apiDisabled);
+
+    support::LogCapture log;
+    EXPECT_TRUE(accessibility.isProcessTrustedWithPrompt());
+    ASSERT_EQ(log.records().size(), 1);
+    EXPECT_TRUE(log.records().first().contains(
+        QLatin1String("gsettings set org.gnome.desktop.interface toolkit-accessibility true")));
+    EXPECT_TRUE(accessibility.isProcessTrusted());
+    EXPECT_EQ(accessibility.copyAttributeValue(app, axattr::focusedUIElement).error, ax::success);
+    // Already on: the prompt has nothing to say.
+    EXPECT_TRUE(accessibility.isProcessTrustedWithPrompt());
+    EXPECT_EQ(log.records().size(), 1);
+}
+
+TEST_F(AccessibilityTest, FailuresMapOntoAccessibilityErrors) {
+    auto editor = x11test::startQtTextApp(sampleText, 4, 11);
+    ASSERT_NE(editor, nullptr);
+    const AXRef app = accessibility.createApplication(static_cast<std::int32_t>(editor->pid()));
+    const AXRef focused = focusedElementOf(editor->pid());
+    ASSERT_NE(focused, nullptr);
+
+    EXPECT_EQ(accessibility.copyAttributeValue(app, axattr::role).error, ax::success);
+    EXPECT_EQ(accessibility.copyAttributeValue(focused, "AXNoSuchThing").error,
+              ax::attributeUnsupported);
+    EXPECT_EQ(
+        accessibility.copyParameterizedAttributeValue(focused, "AXLineForIndex", makeAX(1.0)).error,
+        ax::parameterizedAttributeUnsupported);
+    EXPECT_EQ(accessibility
+                  .copyParameterizedAttributeValue(focused, axattr::boundsForRange,
+                                                   makeAX(QStringLiteral("0-4")))
+                  .error,
+              ax::illegalArgument);
+    EXPECT_EQ(accessibility
+                  .copyParameterizedAttributeValue(focused, axattr::boundsForRange,
+                                                   makeAX(CFRange{-1, 4}))
+                  .error,
+              ax::illegalArgument);
+    EXPECT_EQ(accessibility.copyAttributeValue(nullptr, axattr::role).error, ax::illegalArgument);
+    EXPECT_EQ(
+        accessibility.copyAttributeValue(makeAX(QStringLiteral("not an element")), axattr::role)
+            .error,
+        ax::illegalArgument);
+    // A process with no application on the bus.
+    const AXRef nobody = accessibility.createApplication(1);
+    EXPECT_EQ(accessibility.copyAttributeValue(nobody, axattr::focusedUIElement).error,
+              ax::cannotComplete);
+    // An element whose application has gone.
+    editor->stop();
+    EXPECT_EQ(accessibility.copyAttributeValue(focused, axattr::selectedText).error,
+              ax::invalidUIElement);
+    EXPECT_EQ(accessibility.copyAttributeValue(app, axattr::focusedUIElement).error,
+              ax::cannotComplete);
+}
+
+TEST_F(AccessibilityTest, AHungApplicationCostsBoundedTime) {
+    auto editor = x11test::startQtTextApp(sampleText, 4, 11);
+    ASSERT_NE(editor, nullptr);
+    X11Accessibility impatient({300ms, 800ms});
+    const AXRef focused = focusedElementOf(editor->pid());
+    ASSERT_NE(focused, nullptr);
+    const AXRef app = impatient.createApplication(static_cast<std::int32_t>(editor->pid()));
+    ASSERT_EQ(impatient.copyAttributeValue(app, axattr::focusedUIElement).error, ax::success);
+
+    ASSERT_EQ(::kill(static_cast<pid_t>(editor->pid()), SIGSTOP), 0);
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_EQ(impatient.copyAttributeValue(focused, axattr::selectedText).error,
+              ax::cannotComplete);
+    EXPECT_EQ(impatient.copyAttributeValue(app, axattr::focusedUIElement).error,
+              ax::cannotComplete);
+    EXPECT_LT(timer.elapsed(), 3000);
+    ::kill(static_cast<pid_t>(editor->pid()), SIGCONT);
+    EXPECT_TRUE(testutil::waitUntil([&] {
+        return impatient.copyAttributeValue(focused, axattr::selectedText).error == ax::success;
+    }));
+}
+
+TEST_F(AccessibilityTest, ReadsWorkFromSeveralThreadsAtOnce) {
+    auto editor = x11test::startQtTextApp(sampleText, 4, 11);
+    ASSERT_NE(editor, nullptr);
+    ASSERT_NE(focusedElementOf(editor->pid()), nullptr);
+    const auto pid = static_cast<std::int32_t>(editor->pid());
+    std::atomic<int> correct{0};
+    std::vector<std::thread> threads;
+    threads.reserve(3);
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 5; ++i) {
+                const auto app = accessibility.createApplication(pid);
+                const auto focused =
+                    accessibility.copyAttributeValue(app, axattr::focusedUIElement);
+                if (focused.error != ax::success)
+                    continue;
+                if (stringOf(accessibility.copyAttributeValue(
+                        focused.value, axattr::selectedText)) == QStringLiteral("quick brown"))
+                    ++correct;
+            }
+        });
+    }
+    // Geometry reads hop to this (GUI) thread: keep its event loop running meanwhile.
+    testutil::waitUntil([&] { return correct.load() == 15; }, 20s);
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(correct.load(), 15);
+}

@@ -1,0 +1,158 @@
+#include "tests/x11/DesktopApps.h"
+
+#include "tests/common/TestUtil.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QStandardPaths>
+#include <csignal>
+#include <gtest/gtest.h>
+
+#if !defined(MENDWISE_QT_TEXT_APP) || !defined(MENDWISE_TEST_SCRIPTS_DIR)
+#error "the build names the Qt text app and the folder of the test scripts"
+#endif
+
+namespace x11test {
+
+std::optional<QString> run(const QString& program, const QStringList& arguments,
+                           std::chrono::milliseconds timeout, const QByteArray& input) {
+    QProcess process;
+    process.start(program, arguments);
+    if (!process.waitForStarted(static_cast<int>(timeout.count())))
+        return std::nullopt;
+    if (!input.isNull()) {
+        process.write(input);
+        process.closeWriteChannel();
+    }
+    // The event loop keeps running meanwhile: the program may ask this process for the
+    // clipboard, which Qt serves from it.
+    if (!testutil::waitUntil([&] { return process.state() == QProcess::NotRunning; }, timeout)) {
+        process.kill();
+        process.waitForFinished();
+        return std::nullopt;
+    }
+    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
+        return std::nullopt;
+    return QString::fromUtf8(process.readAllStandardOutput());
+}
+
+void xdotool(const QStringList& arguments) {
+    ASSERT_TRUE(run(QStringLiteral("xdotool"), arguments).has_value())
+        << "xdotool " << arguments.join(u' ').toStdString();
+}
+
+qint64 activeWindowPid() {
+    const auto out = run(QStringLiteral("xdotool"),
+                         {QStringLiteral("getactivewindow"), QStringLiteral("getwindowpid")});
+    bool ok = false;
+    const qint64 pid = out ? out->trimmed().toLongLong(&ok) : -1;
+    return ok ? pid : -1;
+}
+
+QString activeWindowId() {
+    return run(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow")})
+        .value_or(QString())
+        .trimmed();
+}
+
+App::App(const QString& program, const QStringList& arguments) {
+    process_.setProcessChannelMode(QProcess::SeparateChannels);
+    process_.setStandardErrorFile(QProcess::nullDevice());
+    process_.start(program, arguments);
+    process_.waitForStarted(10000);
+}
+
+App::~App() {
+    stop();
+}
+
+void App::stop() {
+    if (process_.state() == QProcess::NotRunning)
+        return;
+    ::kill(static_cast<pid_t>(process_.processId()), SIGCONT); // in case a test stopped it
+    process_.terminate();
+    if (!process_.waitForFinished(3000)) {
+        process_.kill();
+        process_.waitForFinished(3000);
+    }
+}
+
+bool App::waitUntilActive(std::chrono::milliseconds timeout) {
+    return testutil::waitUntil([this] { return activeWindowPid() == pid(); }, timeout);
+}
+
+QStringList App::outputLines() {
+    buffer_ += QString::fromUtf8(process_.readAllStandardOutput());
+    qsizetype newline = 0;
+    while ((newline = buffer_.indexOf(u'\n')) >= 0) {
+        lines_ << buffer_.left(newline);
+        buffer_.remove(0, newline + 1);
+    }
+    return lines_;
+}
+
+bool App::waitForLine(const QString& line, std::chrono::milliseconds timeout) {
+    return testutil::waitUntil([&] { return outputLines().contains(line); }, timeout);
+}
+
+std::unique_ptr<App> startMousepad(const QString& text) {
+    static int count = 0;
+    const QString path = QDir::home().filePath(
+        QStringLiteral("mousepad-%1-%2.txt").arg(QCoreApplication::applicationPid()).arg(++count));
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return nullptr;
+    file.write(text.toUtf8());
+    file.close();
+    auto app = std::make_unique<App>(QStringLiteral("mousepad"),
+                                     QStringList{QStringLiteral("--disable-server"), path});
+    if (!app->waitUntilActive())
+        return nullptr;
+    return app;
+}
+
+std::unique_ptr<App> startQtTextApp(const QString& text, int selectStart, int selectLength,
+                                    bool oneLine) {
+    QStringList arguments{QStringLiteral("--select"),
+                          QStringLiteral("%1,%2").arg(selectStart).arg(selectLength)};
+    if (oneLine)
+        arguments << QStringLiteral("--line");
+    arguments << text;
+    auto app = std::make_unique<App>(QStringLiteral(MENDWISE_QT_TEXT_APP), arguments);
+    if (!app->waitForLine(QStringLiteral("ready"), 10s) || !app->waitUntilActive())
+        return nullptr;
+    return app;
+}
+
+std::unique_ptr<App> startTerminal(const QStringList& command, const QString& report) {
+    QFile::remove(report);
+    auto app = std::make_unique<App>(
+        command.first(),
+        command.mid(1) +
+            QStringList{QStringLiteral("bash"),
+                        QStringLiteral(MENDWISE_TEST_SCRIPTS_DIR "/sigint-sentinel.sh"), report});
+    if (!testutil::waitUntil([&] { return readFile(report).contains(QLatin1String("ready")); },
+                             10s) ||
+        !app->waitUntilActive())
+        return nullptr;
+    return app;
+}
+
+QString readFile(const QString& path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(file.readAll());
+}
+
+} // namespace x11test
+
+#if defined(__SANITIZE_THREAD__)
+// Qt starts child processes with a clone that shares this process's memory until the exec;
+// ThreadSanitizer's fork hook then marks this very process as a fork child and would end it at
+// its next new thread. The child execs at once, so there is nothing to protect against here.
+extern "C" const char* __tsan_default_options() {
+    return "die_after_fork=0";
+}
+#endif

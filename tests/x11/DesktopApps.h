@@ -1,0 +1,69 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <chrono>
+#include <memory>
+#include <optional>
+
+// Real X clients for the X11 tests, each torn down (terminated, then killed) when its object
+// goes, and small helpers around the X tools of the test desktop.
+namespace x11test {
+
+using namespace std::chrono_literals;
+
+// Runs a program to its end (at most `timeout`, the event loop running) with `input` on its
+// standard input, and returns its standard output; none when it could not start, timed out or
+// failed.
+std::optional<QString> run(const QString& program, const QStringList& arguments,
+                           std::chrono::milliseconds timeout = 10s,
+                           const QByteArray& input = QByteArray());
+// xdotool with these arguments; fails the current test when xdotool does.
+void xdotool(const QStringList& arguments);
+
+// The process id owning the window manager's active window, read with xdotool; -1 when none.
+qint64 activeWindowPid();
+// The active window's id, for xdotool --window.
+QString activeWindowId();
+
+class App {
+public:
+    App(const QString& program, const QStringList& arguments);
+    ~App();
+    App(const App&) = delete;
+    App& operator=(const App&) = delete;
+
+    [[nodiscard]] qint64 pid() const { return process_.processId(); }
+    [[nodiscard]] bool isRunning() const { return process_.state() != QProcess::NotRunning; }
+    // Waits until the app's window is the active one.
+    bool waitUntilActive(std::chrono::milliseconds timeout = 10s);
+    // Lines the app wrote to standard output so far (the event loop must run to collect them).
+    QStringList outputLines();
+    bool waitForLine(const QString& line, std::chrono::milliseconds timeout = 5s);
+    // Ends the process now (the tests of hung and vanished applications use it).
+    void stop();
+
+private:
+    QProcess process_;
+    QString buffer_;
+    QStringList lines_;
+};
+
+// mousepad (GTK 3) with a file holding `text`; waits until its window is active.
+std::unique_ptr<App> startMousepad(const QString& text);
+// The Qt text app of tests/x11/apps; waits for its "ready".
+std::unique_ptr<App> startQtTextApp(const QString& text, int selectStart, int selectLength,
+                                    bool oneLine = false);
+// A terminal emulator running the SIGINT sentinel, which writes to `report`; waits until the
+// sentinel is ready and the terminal's window active. `command` is the terminal and its
+// options up to the one that runs a program ("-e").
+std::unique_ptr<App> startTerminal(const QStringList& command, const QString& report);
+
+// The keyboard layout group locked now (0 is the first layout), -1 when unknown.
+int lockedLayoutGroup();
+
+// The text content of a file, empty when there is none.
+QString readFile(const QString& path);
+
+} // namespace x11test

@@ -1,0 +1,173 @@
+// Synthetic chords through XTest into real applications: what arrives, with which modifiers,
+// on which layout.
+#include "platform/x11/X11Accessibility.h"
+#include "platform/x11/X11KeyboardEvents.h"
+#include "platform/x11/X11Pasteboard.h"
+#include "tests/common/TestUtil.h"
+#include "tests/x11/DesktopApps.h"
+#include "tests/x11/KeyboardChords.h"
+
+#include <QElapsedTimer>
+#include <QRegularExpression>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace platform;
+using namespace std::chrono_literals;
+using x11test::postChord;
+
+namespace {
+
+const QString sampleText = QStringLiteral("The quick brown fox jumps over the lazy dog");
+
+QStringList keyLines(x11test::App& app) {
+    return app.outputLines().filter(QRegularExpression(QStringLiteral("^key:")));
+}
+
+// Restores the US layout whatever a test switched to.
+class LayoutGuard {
+public:
+    explicit LayoutGuard(const QString& layouts) {
+        ok = x11test::run(QStringLiteral("setxkbmap"), {QStringLiteral("-layout"), layouts})
+                 .has_value();
+    }
+    ~LayoutGuard() {
+        x11test::run(QStringLiteral("setxkbmap"),
+                     {QStringLiteral("-layout"), QStringLiteral("us")});
+    }
+    LayoutGuard(const LayoutGuard&) = delete;
+    LayoutGuard& operator=(const LayoutGuard&) = delete;
+    bool ok = false;
+};
+
+class KeyboardEventsTest : public ::testing::Test {
+protected:
+    x11::X11KeyboardEvents keyboard;
+    x11::X11Pasteboard pasteboard;
+};
+
+} // namespace
+
+TEST_F(KeyboardEventsTest, CommandFlagsBecomeTheLinuxModifiers) {
+    auto app = x11test::startQtTextApp(sampleText, 4, 11);
+    ASSERT_NE(app, nullptr);
+    const auto pid = static_cast<std::int32_t>(app->pid());
+    postChord(keyboard, x11test::keyC, eventflags::command, pid);
+    postChord(keyboard, x11test::keyJ,
+              eventflags::command | eventflags::shift | eventflags::option | eventflags::control,
+              pid);
+    postChord(keyboard, x11test::keyJ, 0, std::nullopt);
+    ASSERT_TRUE(testutil::waitUntil([&] { return keyLines(*app).size() >= 3; }));
+    EXPECT_EQ(keyLines(*app),
+              (QStringList{QStringLiteral("key:Ctrl+C"),
+                           QStringLiteral("key:Meta+Ctrl+Alt+Shift+J"), QStringLiteral("key:J")}));
+    // The copy reached the editor.
+    EXPECT_EQ(pasteboard.string(), QStringLiteral("quick brown"));
+}
+
+TEST_F(KeyboardEventsTest, CopyAndPasteWorkInMousepad) {
+    auto mousepad = x11test::startMousepad(sampleText);
+    ASSERT_NE(mousepad, nullptr);
+    QStringList keys{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("10"),
+                     QStringLiteral("ctrl+Home")};
+    for (int i = 0; i < 4; ++i)
+        keys << QStringLiteral("Right");
+    for (int i = 0; i < 11; ++i)
+        keys << QStringLiteral("shift+Right");
+    x11test::xdotool(keys);
+    const auto pid = static_cast<std::int32_t>(mousepad->pid());
+
+    pasteboard.clearContents();
+    QElapsedTimer sinceKeyUp;
+    postChord(keyboard, x11test::keyC, eventflags::command, pid);
+    sinceKeyUp.start();
+    ASSERT_TRUE(
+        testutil::waitUntil([&] { return pasteboard.string() == QStringLiteral("quick brown"); }));
+    std::printf("[measure] clipboard filled %lld ms after the synthetic Ctrl+C\n",
+                static_cast<long long>(sinceKeyUp.elapsed()));
+
+    ASSERT_TRUE(pasteboard.setString(QStringLiteral("slow red")));
+    postChord(keyboard, x11test::keyV, eventflags::command, pid);
+    x11::X11Accessibility accessibility;
+    ASSERT_TRUE(accessibility.setAccessibilityEnabled(true));
+    EXPECT_TRUE(testutil::waitUntil([&] {
+        const auto app = accessibility.createApplication(pid);
+        const auto focused = accessibility.copyAttributeValue(app, axattr::focusedUIElement);
+        const auto value = focused.error == ax::success
+                               ? accessibility.copyAttributeValue(focused.value, "AXValue")
+                               : AXResult{};
+        return axString(value.value) == QStringLiteral("The slow red fox jumps over the lazy dog");
+    }));
+}
+
+TEST_F(KeyboardEventsTest, ModifiersTheUserHoldsDoNotJoinTheChord) {
+    auto app = x11test::startQtTextApp(sampleText, 4, 11);
+    ASSERT_NE(app, nullptr);
+    const auto pid = static_cast<std::int32_t>(app->pid());
+
+    // Held through the whole wait: released for the chord, pressed again after it.
+    x11test::xdotool({QStringLiteral("keydown"), QStringLiteral("alt")});
+    postChord(keyboard, x11test::keyC, eventflags::command, pid);
+    x11test::xdotool({QStringLiteral("key"), QStringLiteral("x")});
+    x11test::xdotool({QStringLiteral("keyup"), QStringLiteral("alt")});
+    ASSERT_TRUE(testutil::waitUntil([&] { return keyLines(*app).size() >= 2; }));
+    EXPECT_EQ(keyLines(*app),
+              (QStringList{QStringLiteral("key:Ctrl+C"), QStringLiteral("key:Alt+X")}));
+
+    // Let go of during the wait: the chord waits for it.
+    x11test::xdotool({QStringLiteral("keydown"), QStringLiteral("shift")});
+    std::atomic<bool> posted{false};
+    std::thread poster([&] {
+        postChord(keyboard, x11test::keyC, eventflags::command, pid);
+        posted = true;
+    });
+    testutil::processEventsFor(100ms);
+    EXPECT_FALSE(posted.load());
+    x11test::xdotool({QStringLiteral("keyup"), QStringLiteral("shift")});
+    EXPECT_TRUE(testutil::waitUntil([&] { return posted.load(); }));
+    poster.join();
+    ASSERT_TRUE(testutil::waitUntil([&] { return keyLines(*app).size() >= 3; }));
+    EXPECT_EQ(keyLines(*app).value(2), QStringLiteral("key:Ctrl+C"));
+}
+
+TEST_F(KeyboardEventsTest, LayoutsWithoutLatinLettersStillGetCtrlC) {
+    for (const QString& layouts : {QStringLiteral("ru"), QStringLiteral("ru,us")}) {
+        SCOPED_TRACE(layouts.toStdString());
+        LayoutGuard layout(layouts);
+        ASSERT_TRUE(layout.ok);
+        auto app = x11test::startQtTextApp(sampleText, 4, 11);
+        ASSERT_NE(app, nullptr);
+        pasteboard.clearContents();
+        postChord(keyboard, x11test::keyC, eventflags::command,
+                  static_cast<std::int32_t>(app->pid()));
+        ASSERT_TRUE(testutil::waitUntil([&] { return !keyLines(*app).isEmpty(); }));
+        EXPECT_EQ(keyLines(*app), QStringList{QStringLiteral("key:Ctrl+C")});
+        EXPECT_TRUE(testutil::waitUntil(
+            [&] { return pasteboard.string() == QStringLiteral("quick brown"); }));
+        // The layout group the user had is back.
+        EXPECT_EQ(x11test::lockedLayoutGroup(), 0);
+    }
+}
+
+TEST_F(KeyboardEventsTest, EventsForAnotherProcessAreNotTypedIntoTheFocusedOne) {
+    auto app = x11test::startQtTextApp(sampleText, 4, 11);
+    ASSERT_NE(app, nullptr);
+    const auto other = static_cast<std::int32_t>(app->pid()) + 100000;
+    postChord(keyboard, x11test::keyJ, eventflags::command, other);
+    testutil::processEventsFor(300ms);
+    EXPECT_TRUE(keyLines(*app).isEmpty());
+    postChord(keyboard, x11test::keyJ, eventflags::command, std::nullopt);
+    EXPECT_TRUE(testutil::waitUntil([&] {
+        return keyLines(*app) == QStringList{QStringLiteral("key:Ctrl+J")};
+    })) << keyLines(*app).join(u' ').toStdString();
+}
+
+TEST_F(KeyboardEventsTest, UnknownKeysMakeNoEvents) {
+    const auto source = keyboard.createEventSource(hidSystemState);
+    ASSERT_NE(source, nullptr);
+    EXPECT_EQ(keyboard.createKeyboardEvent(source, 0x7fff, true), nullptr);
+    EXPECT_NE(keyboard.createKeyboardEvent(nullptr, x11test::keyC, true), nullptr);
+    // Posting nothing does nothing.
+    keyboard.post(hidEventTap, nullptr);
+    keyboard.postToPid(1, nullptr);
+}

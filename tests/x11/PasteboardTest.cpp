@@ -1,0 +1,187 @@
+// The CLIPBOARD selection through the pasteboard port, checked against other X clients.
+#include "platform/x11/X11Pasteboard.h"
+#include "tests/common/TestUtil.h"
+#include "tests/x11/DesktopApps.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace std::chrono_literals;
+using platform::x11::X11Pasteboard;
+
+namespace {
+
+// What another client pastes from CLIPBOARD; none when there is no text.
+std::optional<QString> pastedElsewhere() {
+    return x11test::run(
+        QStringLiteral("xclip"),
+        {QStringLiteral("-o"), QStringLiteral("-selection"), QStringLiteral("clipboard")});
+}
+
+// The flavours another client is offered; none when nobody owns CLIPBOARD.
+QStringList offeredElsewhere() {
+    return x11test::run(QStringLiteral("xclip"),
+                        {QStringLiteral("-o"), QStringLiteral("-selection"),
+                         QStringLiteral("clipboard"), QStringLiteral("-t"),
+                         QStringLiteral("TARGETS")})
+        .value_or(QString())
+        .split(u'\n', Qt::SkipEmptyParts);
+}
+
+bool offersText(const QStringList& targets) {
+    return targets.contains(QStringLiteral("UTF8_STRING")) ||
+           targets.contains(QStringLiteral("STRING")) ||
+           targets.contains(QStringLiteral("text/plain"));
+}
+
+// Another client takes CLIPBOARD with `bytes` as the given target; it serves until it loses it.
+void copyElsewhere(const QByteArray& bytes, const QString& target = QStringLiteral("UTF8_STRING")) {
+    ASSERT_TRUE(x11test::run(QStringLiteral("xclip"),
+                             {QStringLiteral("-i"), QStringLiteral("-selection"),
+                              QStringLiteral("clipboard"), QStringLiteral("-t"), target},
+                             10s, bytes));
+}
+
+} // namespace
+
+TEST(Pasteboard, TextSetHereIsServedToOtherApplicationsUntilCleared) {
+    X11Pasteboard pasteboard;
+    const auto before = pasteboard.changeCount();
+    const QString text = QStringLiteral("Grüße, 世界 ✓ 👩‍👩‍👧");
+    ASSERT_TRUE(pasteboard.setString(text));
+    EXPECT_GT(pasteboard.changeCount(), before);
+    EXPECT_EQ(pasteboard.string(), text);
+    EXPECT_TRUE(pasteboard.types().contains(QStringLiteral("text/plain")));
+    EXPECT_TRUE(offersText(offeredElsewhere()));
+    EXPECT_EQ(pastedElsewhere(), text);
+
+    const auto beforeClear = pasteboard.changeCount();
+    pasteboard.clearContents();
+    EXPECT_GT(pasteboard.changeCount(), beforeClear);
+    EXPECT_EQ(pasteboard.string(), std::nullopt);
+    EXPECT_TRUE(pasteboard.types().isEmpty());
+    EXPECT_FALSE(offersText(offeredElsewhere())) << offeredElsewhere().join(u' ').toStdString();
+}
+
+TEST(Pasteboard, AnotherOwnersTextIsReadCountedAndCleared) {
+    X11Pasteboard pasteboard;
+    ASSERT_TRUE(pasteboard.setString(QStringLiteral("ours")));
+    const auto before = pasteboard.changeCount();
+    copyElsewhere("theirs");
+    EXPECT_TRUE(testutil::waitUntil([&] { return pasteboard.changeCount() > before; }));
+    EXPECT_EQ(pasteboard.string(), QStringLiteral("theirs"));
+    EXPECT_TRUE(pasteboard.types().contains(QStringLiteral("text/plain")));
+
+    // Clearing must work while the selection belongs to someone else.
+    pasteboard.clearContents();
+    EXPECT_EQ(pasteboard.string(), std::nullopt);
+    EXPECT_FALSE(offersText(offeredElsewhere()));
+    // And taking it back afterwards too.
+    ASSERT_TRUE(pasteboard.setString(QStringLiteral("ours again")));
+    EXPECT_EQ(pastedElsewhere(), QStringLiteral("ours again"));
+}
+
+// Another client copies while this process's event loop does not run (as when an editor
+// answers a synthetic copy): Qt sees no event of the newer time. xclip serves from a child it
+// forks, so its ownership is awaited here, still without running the event loop.
+void copyElsewhereUnnoticed(const QByteArray& text) {
+    QProcess::execute(
+        QStringLiteral("sh"),
+        {QStringLiteral("-c"), QStringLiteral("printf %1 | xclip -i -selection clipboard")
+                                   .arg(QString::fromLatin1(text))});
+    QElapsedTimer waited;
+    waited.start();
+    while (waited.elapsed() < 5000) {
+        QProcess reader;
+        reader.start(QStringLiteral("xclip"), {QStringLiteral("-o"), QStringLiteral("-selection"),
+                                               QStringLiteral("clipboard")});
+        reader.waitForFinished(2000);
+        if (reader.readAllStandardOutput() == text)
+            return;
+    }
+    ADD_FAILURE() << "xclip never took the clipboard";
+}
+
+TEST(Pasteboard, TakingItBackWorksAfterACopyQtNeverHeardOf) {
+    X11Pasteboard pasteboard;
+    ASSERT_TRUE(pasteboard.setString(QStringLiteral("before")));
+    copyElsewhereUnnoticed("copied");
+    ASSERT_TRUE(pasteboard.setString(QStringLiteral("replacement")));
+    EXPECT_EQ(pastedElsewhere(), QStringLiteral("replacement"));
+
+    copyElsewhereUnnoticed("copied");
+    pasteboard.clearContents();
+    EXPECT_FALSE(offersText(offeredElsewhere()));
+}
+
+TEST(Pasteboard, MalformedAndHugeContentsAreHandled) {
+    X11Pasteboard pasteboard;
+    // Invalid UTF-8 from another client decodes with replacement characters.
+    copyElsewhere(QByteArray("ok \xff\xfe end"));
+    ASSERT_TRUE(testutil::waitUntil([&] { return pasteboard.string().has_value(); }));
+    const QString garbled = pasteboard.string().value_or(QString());
+    EXPECT_TRUE(garbled.startsWith(QLatin1String("ok "))) << garbled.toStdString();
+    EXPECT_TRUE(garbled.endsWith(QLatin1String(" end")));
+    EXPECT_TRUE(garbled.contains(QChar::ReplacementCharacter));
+
+    // Only an image, no text: no string, but the flavour is there until cleared.
+    copyElsewhere(QByteArray("\x89PNG\r\n\x1a\n", 8), QStringLiteral("image/png"));
+    ASSERT_TRUE(testutil::waitUntil(
+        [&] { return pasteboard.types().contains(QStringLiteral("image/png")); }));
+    EXPECT_EQ(pasteboard.string(), std::nullopt);
+    pasteboard.clearContents();
+    EXPECT_TRUE(pasteboard.types().isEmpty());
+
+    // Several megabytes travel in increments between clients.
+    const QString huge = QString(qsizetype{3} * 1024 * 1024, u'x') + QStringLiteral("end");
+    ASSERT_TRUE(pasteboard.setString(huge));
+    const auto elsewhere = pastedElsewhere();
+    ASSERT_TRUE(elsewhere);
+    EXPECT_EQ(elsewhere->size(), huge.size());
+    EXPECT_TRUE(elsewhere->endsWith(QLatin1String("xend")));
+}
+
+TEST(Pasteboard, BackgroundThreadsUseItWhileTheGuiThreadServes) {
+    X11Pasteboard pasteboard;
+    std::atomic<bool> done{false};
+    std::optional<QString> readBack;
+    QStringList types;
+    std::int64_t countBefore = 0;
+    std::int64_t countAfter = 0;
+    std::thread worker([&] {
+        countBefore = pasteboard.changeCount();
+        pasteboard.clearContents();
+        pasteboard.setString(QStringLiteral("from a worker"));
+        readBack = pasteboard.string();
+        types = pasteboard.types();
+        countAfter = pasteboard.changeCount();
+        done = true;
+    });
+    EXPECT_TRUE(testutil::waitUntil([&] { return done.load(); }));
+    worker.join();
+    EXPECT_EQ(readBack, QStringLiteral("from a worker"));
+    EXPECT_TRUE(types.contains(QStringLiteral("text/plain")));
+    EXPECT_GE(countAfter - countBefore, 2);
+    EXPECT_EQ(pastedElsewhere(), QStringLiteral("from a worker"));
+}
+
+TEST(Pasteboard, AWorkerGivesUpWhenTheGuiThreadNeverComes) {
+    X11Pasteboard pasteboard(200ms);
+    ASSERT_TRUE(pasteboard.setString(QStringLiteral("kept")));
+    std::optional<QString> readBack = QStringLiteral("unset");
+    bool wrote = true;
+    // This (GUI) thread blocks on the worker: the worker's hops cannot run and must time out.
+    std::thread worker([&] {
+        readBack = pasteboard.string();
+        wrote = pasteboard.setString(QStringLiteral("lost"));
+        pasteboard.clearContents();
+    });
+    worker.join();
+    EXPECT_EQ(readBack, std::nullopt);
+    EXPECT_FALSE(wrote);
+    // The abandoned work never runs later.
+    testutil::processEventsFor(100ms);
+    EXPECT_EQ(pasteboard.string(), QStringLiteral("kept"));
+}

@@ -1,0 +1,53 @@
+// Screens and the mouse from Qt, in global bottom-left coordinates, on the 1440x900 test screen.
+#include "platform/x11/Session.h"
+#include "platform/x11/X11Screens.h"
+#include "tests/common/TestUtil.h"
+#include "tests/x11/DesktopApps.h"
+#include "tests/x11/GeometryPrinters.h"
+
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace platform;
+
+TEST(Screens, TheTestScreenInGlobalCoordinates) {
+    x11::X11Screens screens;
+    const auto all = screens.screens();
+    ASSERT_EQ(all.size(), 1U);
+    EXPECT_EQ(all[0].frame, (Rect{0, 0, 1440, 900}));
+    const Rect visible = all[0].visibleFrame;
+    EXPECT_GE(visible.minX(), 0);
+    EXPECT_GE(visible.minY(), 0);
+    EXPECT_LE(visible.maxX(), 1440);
+    EXPECT_LE(visible.maxY(), 900);
+    EXPECT_GT(visible.width * visible.height, 0);
+    EXPECT_EQ(screens.mainScreen(), all[0]);
+}
+
+TEST(Screens, TheMouseIsMeasuredFromTheBottom) {
+    x11::X11Screens screens;
+    x11test::xdotool({QStringLiteral("mousemove"), QStringLiteral("100"), QStringLiteral("200")});
+    EXPECT_TRUE(testutil::waitUntil([&] {
+        return screens.mouseLocation() == Point{100, 700};
+    })) << screens.mouseLocation().x
+        << "," << screens.mouseLocation().y;
+
+    // From another thread the answer is fetched from the GUI thread.
+    x11test::xdotool({QStringLiteral("mousemove"), QStringLiteral("1439"), QStringLiteral("0")});
+    std::atomic<bool> done{false};
+    Point fromWorker;
+    std::vector<Screen> screensFromWorker;
+    std::thread worker([&] {
+        fromWorker = screens.mouseLocation();
+        screensFromWorker = screens.screens();
+        done = true;
+    });
+    testutil::waitUntil([&] { return done.load(); });
+    worker.join();
+    EXPECT_EQ(fromWorker, (Point{1439, 900}));
+    EXPECT_EQ(screensFromWorker, screens.screens());
+}
+
+TEST(Screens, TheTestDesktopIsASupportedSession) {
+    EXPECT_EQ(x11::unsupportedSessionMessage(), std::nullopt);
+}

@@ -1,0 +1,267 @@
+// The text service on the real desktop: mousepad (GTK 3), the Qt text editor and terminals,
+// read through accessibility or a synthetic copy, pasted over, and the clipboard kept.
+#include "platform/x11/X11Accessibility.h"
+#include "platform/x11/X11KeyboardEvents.h"
+#include "platform/x11/X11Pasteboard.h"
+#include "platform/x11/X11Screens.h"
+#include "platform/x11/X11Workspace.h"
+#include "support/Log.h"
+#include "tests/common/TestUtil.h"
+#include "tests/x11/DesktopApps.h"
+#include "tests/x11/GeometryPrinters.h"
+#include "text/TextSelectionError.h"
+#include "text/TextSelectionService.h"
+
+#include <QDir>
+#include <QUrl>
+#include <exception>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace platform;
+using namespace std::chrono_literals;
+
+namespace {
+
+const QString sampleText = QStringLiteral("The quick brown fox jumps over the lazy dog");
+
+// Runs `work` on a thread of its own, as the trigger flow does, while this (GUI) thread keeps
+// serving the clipboard; rethrows what it threw.
+template <typename Work> auto offMainThread(Work work) {
+    using Result = decltype(work());
+    std::optional<Result> result;
+    std::exception_ptr error;
+    std::atomic<bool> done{false};
+    std::thread worker([&] {
+        try {
+            result.emplace(work());
+        } catch (...) {
+            error = std::current_exception();
+        }
+        done = true;
+    });
+    testutil::waitUntil([&] { return done.load(); }, 30s);
+    worker.join();
+    if (error)
+        std::rethrow_exception(error);
+    return *result;
+}
+
+void selectQuickBrownInMousepad() {
+    QStringList keys{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("10"),
+                     QStringLiteral("ctrl+Home")};
+    for (int i = 0; i < 4; ++i)
+        keys << QStringLiteral("Right");
+    for (int i = 0; i < 11; ++i)
+        keys << QStringLiteral("shift+Right");
+    x11test::xdotool(keys);
+}
+
+class TextServiceTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(accessibility.setAccessibilityEnabled(true)); }
+
+    QString copySelection() {
+        return offMainThread([this] {
+            return service.copySelectedText(workspace.frontmostApplication(), std::stop_token());
+        });
+    }
+
+    void paste(const QString& text) {
+        offMainThread([&] {
+            service.pasteText(text, std::stop_token());
+            return true;
+        });
+    }
+
+    // The text of the focused control of `pid`, through accessibility.
+    std::optional<QString> editorText(qint64 pid) {
+        const auto app = accessibility.createApplication(static_cast<std::int32_t>(pid));
+        const auto focused = accessibility.copyAttributeValue(app, axattr::focusedUIElement);
+        if (focused.error != ax::success)
+            return std::nullopt;
+        return axString(accessibility.copyAttributeValue(focused.value, "AXValue").value);
+    }
+
+    x11::X11Accessibility accessibility;
+    x11::X11Pasteboard pasteboard;
+    x11::X11KeyboardEvents keyboard;
+    x11::X11Workspace workspace;
+    x11::X11Screens screens;
+    TextSelectionService service{accessibility, pasteboard, keyboard, workspace};
+};
+
+} // namespace
+
+TEST_F(TextServiceTest, SelectionsAreReadThroughAccessibilityWithoutTouchingTheClipboard) {
+    ASSERT_TRUE(pasteboard.setString(QStringLiteral("the user's clipboard")));
+    {
+        auto mousepad = x11test::startMousepad(sampleText);
+        ASSERT_NE(mousepad, nullptr);
+        selectQuickBrownInMousepad();
+        support::LogCapture log;
+        EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
+        EXPECT_GE(log.indexOf(QStringLiteral(
+                      "[TextSelectionService] ✅ AX SUCCESS — 11 chars: \"quick brown\"")),
+                  0);
+        EXPECT_GE(log.indexOfPrefix(QStringLiteral("[TextSelectionService] ─")), 0);
+        EXPECT_TRUE(
+            log.records().first().contains(QLatin1String("  - sourceApp bundle:  Mousepad\n")));
+        EXPECT_TRUE(
+            log.records().first().contains(QLatin1String("  - sourceApp name:    Mousepad\n")));
+        EXPECT_TRUE(log.records().first().contains(QLatin1String("  - AX trusted:        true\n")));
+    }
+    {
+        auto editor = x11test::startQtTextApp(sampleText, 4, 11);
+        ASSERT_NE(editor, nullptr);
+        support::LogCapture log;
+        EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
+        EXPECT_GE(
+            log.indexOf(QStringLiteral("[TextSelectionService] AX: focused element role: text")),
+            0);
+        EXPECT_EQ(log.indexOfPrefix(QStringLiteral("[TextSelectionService] 🧹")), -1);
+    }
+    EXPECT_EQ(pasteboard.string(), QStringLiteral("the user's clipboard"));
+}
+
+TEST_F(TextServiceTest, TheAnchorIsBelowTheSelectionOnScreen) {
+    auto editor = x11test::startQtTextApp(sampleText + QStringLiteral("\nsecond line"), 4, 11);
+    ASSERT_NE(editor, nullptr);
+    const auto anchor = TextSelectionService::selectionAnchor(
+        static_cast<std::int32_t>(editor->pid()), accessibility, screens);
+    ASSERT_TRUE(anchor);
+    // Back to X coordinates (the test screen is 900 high): the anchor is the bottom-right corner
+    // of "quick brown", so just above and left of it lies the "n" of "brown".
+    const int x = static_cast<int>(anchor->x) - 2;
+    const int y = 900 - static_cast<int>(anchor->y) - 3;
+    x11test::xdotool({QStringLiteral("mousemove"), QString::number(x), QString::number(y),
+                      QStringLiteral("click"), QStringLiteral("1")});
+    const AXRef focused = accessibility
+                              .copyAttributeValue(accessibility.createApplication(
+                                                      static_cast<std::int32_t>(editor->pid())),
+                                                  axattr::focusedUIElement)
+                              .value;
+    CFRange caret{-1, -1};
+    EXPECT_TRUE(testutil::waitUntil([&] {
+        return axValueGetValue(
+                   accessibility.copyAttributeValue(focused, axattr::selectedTextRange).value,
+                   caret) &&
+               caret.length == 0;
+    }));
+    EXPECT_GE(caret.location, 14) << "clicked at " << x << "," << y;
+    EXPECT_LE(caret.location, 15) << "clicked at " << x << "," << y;
+
+    // Without trust there is no anchor (the caller then uses the mouse).
+    ASSERT_TRUE(accessibility.setAccessibilityEnabled(false));
+    EXPECT_EQ(TextSelectionService::selectionAnchor(static_cast<std::int32_t>(editor->pid()),
+                                                    accessibility, screens),
+              std::nullopt);
+}
+
+TEST_F(TextServiceTest, WithoutAccessibilityTheSelectionIsCopiedWithAKeystroke) {
+    ASSERT_TRUE(accessibility.setAccessibilityEnabled(false));
+    {
+        auto mousepad = x11test::startMousepad(sampleText);
+        ASSERT_NE(mousepad, nullptr);
+        selectQuickBrownInMousepad();
+        support::LogCapture log;
+        EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
+        EXPECT_GE(log.indexOfPrefix(QStringLiteral("[TextSelectionService] AX: ❌ NOT TRUSTED")), 0);
+        EXPECT_GE(
+            log.indexOf(
+                QStringLiteral("[TextSelectionService] ⌨️ Posting Cmd+C via CGEvent to PID ") +
+                QString::number(mousepad->pid()) + QStringLiteral("...")),
+            0);
+        EXPECT_GE(log.indexOf(QStringLiteral(
+                      "[TextSelectionService] ✅ copySelectedText SUCCESS — 11 chars")),
+                  0);
+    }
+    {
+        auto editor = x11test::startQtTextApp(sampleText, 4, 11);
+        ASSERT_NE(editor, nullptr);
+        EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
+        EXPECT_EQ(editor->outputLines().filter(QStringLiteral("key:")),
+                  QStringList{QStringLiteral("key:Ctrl+C")});
+    }
+}
+
+TEST_F(TextServiceTest, PastedTextReplacesTheSelection) {
+    {
+        auto mousepad = x11test::startMousepad(sampleText);
+        ASSERT_NE(mousepad, nullptr);
+        selectQuickBrownInMousepad();
+        paste(QStringLiteral("slow red"));
+        EXPECT_TRUE(testutil::waitUntil([&] {
+            return editorText(mousepad->pid()) ==
+                   QStringLiteral("The slow red fox jumps over the lazy dog");
+        })) << editorText(mousepad->pid()).value_or(QStringLiteral("<none>")).toStdString();
+    }
+    auto editor = x11test::startQtTextApp(sampleText, 4, 11);
+    ASSERT_NE(editor, nullptr);
+    support::LogCapture log;
+    paste(QStringLiteral("speedy 🦊"));
+    const QString expected = QStringLiteral("text:") +
+                             QString::fromLatin1(QUrl::toPercentEncoding(
+                                 QStringLiteral("The speedy 🦊 fox jumps over the lazy dog")));
+    EXPECT_TRUE(editor->waitForLine(expected)) << editor->outputLines().join(u'\n').toStdString();
+    EXPECT_GE(log.indexOf(QStringLiteral("[TextSelectionService] ⌨️ Posting Cmd+V to: ") +
+                          workspace.frontmostApplication()
+                              .value_or(RunningApplication{})
+                              .bundleIdentifier.value_or(QStringLiteral("nil"))),
+              0);
+    // The pasted text stays on the clipboard, served by this process.
+    EXPECT_EQ(
+        x11test::run(QStringLiteral("xclip"), {QStringLiteral("-o"), QStringLiteral("-selection"),
+                                               QStringLiteral("clipboard")}),
+        QStringLiteral("speedy 🦊"));
+}
+
+TEST_F(TextServiceTest, AFailedCopyPutsTheUsersClipboardBack) {
+    ASSERT_TRUE(accessibility.setAccessibilityEnabled(false));
+    auto editor = x11test::startQtTextApp(sampleText, 4, 0); // nothing selected
+    ASSERT_NE(editor, nullptr);
+    ASSERT_TRUE(pasteboard.setString(QStringLiteral("the user's clipboard")));
+    support::LogCapture log;
+    try {
+        copySelection();
+        ADD_FAILURE() << "a copy without a selection succeeded";
+    } catch (const TextSelectionError& error) {
+        EXPECT_EQ(error.errorCase(), TextSelectionError::noTextSelected);
+    }
+    EXPECT_GE(log.indexOf(QStringLiteral(
+                  "[TextSelectionService] 📋 Pasteboard AFTER copy: still empty ⚠️")),
+              0);
+    EXPECT_GE(log.indexOf(QStringLiteral(
+                  "[TextSelectionService] ↩️ Restored previous pasteboard contents")),
+              0);
+    EXPECT_EQ(pasteboard.string(), QStringLiteral("the user's clipboard"));
+    EXPECT_EQ(
+        x11test::run(QStringLiteral("xclip"), {QStringLiteral("-o"), QStringLiteral("-selection"),
+                                               QStringLiteral("clipboard")}),
+        QStringLiteral("the user's clipboard"));
+}
+
+TEST_F(TextServiceTest, TerminalsAreCopiedFromAndPastedIntoWithoutAnInterrupt) {
+    const QString report = QDir::home().filePath(QStringLiteral("service-sentinel.txt"));
+    for (const QStringList& command :
+         {QStringList{QStringLiteral("xterm"), QStringLiteral("-geometry"),
+                      QStringLiteral("80x10+0+0"), QStringLiteral("-e")},
+          QStringList{QStringLiteral("stterm"), QStringLiteral("-g"), QStringLiteral("80x10+0+0"),
+                      QStringLiteral("-e")}}) {
+        SCOPED_TRACE(command.first().toStdString());
+        auto terminal = x11test::startTerminal(command, report);
+        ASSERT_NE(terminal, nullptr);
+        x11test::xdotool({QStringLiteral("mousemove"), QStringLiteral("--window"),
+                          x11test::activeWindowId(), QStringLiteral("20"), QStringLiteral("8"),
+                          QStringLiteral("click"), QStringLiteral("--repeat"), QStringLiteral("2"),
+                          QStringLiteral("--delay"), QStringLiteral("80"), QStringLiteral("1")});
+        EXPECT_TRUE(copySelection().startsWith(QLatin1String("sentinelword")));
+        paste(QStringLiteral("pasted by the service"));
+        x11test::xdotool({QStringLiteral("key"), QStringLiteral("Return")});
+        EXPECT_TRUE(testutil::waitUntil([&] {
+            return x11test::readFile(report).contains(QLatin1String("line:pasted by the service"));
+        })) << x11test::readFile(report).toStdString();
+        EXPECT_FALSE(x11test::readFile(report).contains(QLatin1String("SIGINT")));
+        EXPECT_TRUE(terminal->isRunning());
+    }
+}

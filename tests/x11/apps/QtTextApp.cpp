@@ -1,0 +1,117 @@
+// A small Qt text editor for the X11 tests: one window with a multi-line editor (or a one-line
+// field with --line) holding the given text, the given range selected.
+//
+// Reports on standard output, one line each: "ready" once its window is active, "text:" and
+// the percent-encoded text after every change, "key:" and the key sequence of every key press
+// it receives (e.g. "key:Ctrl+C"), so tests can see exactly which chord arrived.
+//
+// Usage: mendwise_qt_text_app [--line] [--select START LENGTH] TEXT
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QKeyEvent>
+#include <QKeySequence>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QTextCursor>
+#include <QTimer>
+#include <QUrl>
+#include <QVBoxLayout>
+#include <QWidget>
+#include <cstdio>
+
+namespace {
+
+void report(const QString& line) {
+    std::fputs((line + u'\n').toUtf8().constData(), stdout);
+    std::fflush(stdout);
+}
+
+class KeyReporter : public QObject {
+public:
+    using QObject::QObject;
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        // Only where the key is delivered first: unhandled keys travel on to the parents.
+        if (event->type() == QEvent::KeyPress && watched == QApplication::focusWidget()) {
+            const auto* key = static_cast<QKeyEvent*>(event);
+            if (!key->isAutoRepeat() && !isModifier(key->key()))
+                report(QStringLiteral("key:") +
+                       QKeySequence(key->keyCombination()).toString(QKeySequence::PortableText));
+        }
+        return false;
+    }
+
+private:
+    static bool isModifier(int key) {
+        return key == Qt::Key_Control || key == Qt::Key_Shift || key == Qt::Key_Alt ||
+               key == Qt::Key_Meta || key == Qt::Key_Super_L || key == Qt::Key_Super_R ||
+               key == Qt::Key_AltGr;
+    }
+};
+
+QString encoded(const QString& text) {
+    return QString::fromLatin1(QUrl::toPercentEncoding(text));
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("mendwise_qt_text_app"));
+    QCommandLineParser parser;
+    const QCommandLineOption line(QStringLiteral("line"), QStringLiteral("One-line field."));
+    const QCommandLineOption select(QStringLiteral("select"), QStringLiteral("START,LENGTH"),
+                                    QStringLiteral("range"));
+    parser.addOption(line);
+    parser.addOption(select);
+    parser.addPositionalArgument(QStringLiteral("text"), QStringLiteral("Initial text."));
+    parser.process(app);
+    const QString text = parser.positionalArguments().value(0);
+    const QStringList range = parser.value(select).split(u',');
+    const int start = range.value(0).toInt();
+    const int length = range.value(1).toInt();
+
+    QWidget window;
+    window.setWindowTitle(QStringLiteral("Mendwise Qt text"));
+    auto* layout = new QVBoxLayout(&window);
+    QWidget* editor = nullptr;
+    if (parser.isSet(line)) {
+        auto* field = new QLineEdit(text);
+        field->setSelection(start, length);
+        QObject::connect(field, &QLineEdit::textChanged, [](const QString& now) {
+            report(QStringLiteral("text:") + encoded(now));
+        });
+        editor = field;
+    } else {
+        auto* area = new QPlainTextEdit;
+        area->setPlainText(text);
+        QTextCursor cursor(area->document());
+        cursor.setPosition(start);
+        cursor.setPosition(start + length, QTextCursor::KeepAnchor);
+        area->setTextCursor(cursor);
+        QObject::connect(area, &QPlainTextEdit::textChanged, [area] {
+            report(QStringLiteral("text:") + encoded(area->toPlainText()));
+        });
+        editor = area;
+    }
+    layout->addWidget(editor);
+    KeyReporter keys;
+    app.installEventFilter(&keys);
+    window.resize(480, 240);
+    window.move(200, 150);
+    window.show();
+    window.activateWindow();
+    editor->setFocus();
+
+    // "ready" once the window manager has made the window active.
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        if (window.isActiveWindow() && editor->hasFocus()) {
+            poll.stop();
+            report(QStringLiteral("ready"));
+        }
+    });
+    poll.start(20);
+    return QApplication::exec();
+}
