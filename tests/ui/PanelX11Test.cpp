@@ -1,24 +1,22 @@
 // The floating panel on a real X11 desktop (Xvfb + openbox): shown in front of another
 // application without taking the focus from it, yet receiving the keys typed meanwhile.
+#include "tests/common/ChildProcess.h"
 #include "tests/common/TestUtil.h"
 #include "ui/ActionPickerView.h"
 #include "ui/FloatingPanel.h"
 #include "ui/KeyHandler.h"
 
 #include <QLineEdit>
-#include <QProcess>
 #include <gtest/gtest.h>
+#include <memory>
 
 using namespace std::chrono_literals;
 
 namespace {
 
 QString run(const QString& program, const QStringList& arguments) {
-    QProcess process;
-    process.start(program, arguments);
-    if (!process.waitForFinished(10000))
-        return {};
-    return QString::fromLocal8Bit(process.readAllStandardOutput()).trimmed();
+    const auto result = testutil::ChildProcess::run(program, arguments, {}, 10s);
+    return QString::fromLocal8Bit(result.out).trimmed();
 }
 
 QString activeWindow() {
@@ -35,9 +33,10 @@ protected:
     void SetUp() override {
         static int count = 0;
         const QString title = QStringLiteral("mendwise-target-%1").arg(++count);
-        terminal.start(QStringLiteral("xterm"),
-                       {QStringLiteral("-T"), title, QStringLiteral("-e"), QStringLiteral("cat")});
-        ASSERT_TRUE(terminal.waitForStarted());
+        terminal = std::make_unique<testutil::ChildProcess>(
+            QStringLiteral("xterm"),
+            QStringList{QStringLiteral("-T"), title, QStringLiteral("-e"), QStringLiteral("cat")});
+        ASSERT_TRUE(terminal->started());
         ASSERT_TRUE(testutil::waitUntil(
             [&] {
                 return run(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow"),
@@ -50,12 +49,11 @@ protected:
     }
     void TearDown() override {
         ui::KeyHandler::shared().reset();
-        terminal.kill();
-        terminal.waitForFinished();
+        terminal.reset();
     }
     static ui::KeyHandler& KeyHandler() { return ui::KeyHandler::shared(); }
 
-    QProcess terminal;
+    std::unique_ptr<testutil::ChildProcess> terminal;
     QString before;
 };
 
