@@ -54,6 +54,10 @@ public:
     // offers no grab, for example offscreen).
     [[nodiscard]] bool hasKeyboardGrab() const { return keyboardGrabbed_; }
 
+    // Lets go of the keyboard while the panel stays on screen: once an action runs, the
+    // synthetic copy and paste it sends must reach the user's application, not the panel.
+    void releaseKeyboard();
+
 protected:
     void resizeEvent(QResizeEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
@@ -65,7 +69,6 @@ private:
     void updateShape();
 
     void tryGrabKeyboard();
-    void releaseKeyboard();
     void finishHide();
     void cancelHide();
 

@@ -1,5 +1,4 @@
 // Screens and the mouse from Qt, in global bottom-left coordinates, on the 1440x900 test screen.
-#include "platform/x11/Session.h"
 #include "platform/x11/X11Screens.h"
 #include "tests/common/TestUtil.h"
 #include "tests/x11/DesktopApps.h"
@@ -46,8 +45,4 @@ TEST(Screens, TheMouseIsMeasuredFromTheBottom) {
     worker.join();
     EXPECT_EQ(fromWorker, (Point{1439, 900}));
     EXPECT_EQ(screensFromWorker, screens.screens());
-}
-
-TEST(Screens, TheTestDesktopIsASupportedSession) {
-    EXPECT_EQ(x11::unsupportedSessionMessage(), std::nullopt);
 }

@@ -1,0 +1,112 @@
+#pragma once
+
+#include "app/Desktop.h"
+#include "support/Error.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QUrl>
+#include <memory>
+#include <optional>
+#include <stop_token>
+
+class AnthropicService;
+class AppSettings;
+class HotkeyManager;
+class QSystemTrayIcon;
+class QWidget;
+class TextSelectionService;
+
+namespace ui {
+class FloatingPanel;
+}
+
+namespace app {
+
+class Popover;
+
+// The one long-lived controller of the process. At launch it checks where the program runs
+// from, checks (and if needed requests) accessibility trust, puts its icon into the tray with a
+// popover behind it, creates the floating panel and binds the trigger shortcut. Each release of
+// the shortcut shows the action picker below the user's selection; the chosen action reads the
+// selection, has it rewritten and pastes the answer back. Main thread only, except
+// processSelection, which runs on the background executor.
+class AppDelegate : public QObject {
+    Q_OBJECT
+
+public:
+    class MendwiseError : public support::Error {
+    public:
+        enum class Case { noTextSelected };
+        explicit MendwiseError(Case c = Case::noTextSelected) : case_(c) {}
+        [[nodiscard]] Case errorCase() const { return case_; }
+        [[nodiscard]] QString errorDescription() const override;
+
+    private:
+        Case case_;
+    };
+
+    struct Options {
+        // The path of the running program, for the install-location check.
+        QString programPath;
+        // The Messages API endpoint.
+        QUrl endpoint;
+    };
+
+    AppDelegate(Desktop desktop, AppSettings& settings, Options options, QObject* parent = nullptr);
+    ~AppDelegate() override;
+
+    // The launch sequence; call once, with the event loop about to run.
+    void applicationDidFinishLaunching();
+    // Releases the trigger shortcut; connected to the application's aboutToQuit.
+    void applicationWillTerminate();
+
+    void togglePopover();
+    void openSettings();
+    void showPicker(const std::optional<platform::RunningApplication>& sourceApp);
+
+    // Reads the selection of `sourceApp`, has it rewritten with `customPrompt` (or the stored
+    // system prompt, read now) and pastes the answer. Blocks; runs on a background thread.
+    static void processSelection(TextSelectionService& textService,
+                                 const AnthropicService& aiService, const AppSettings& settings,
+                                 const std::optional<platform::RunningApplication>& sourceApp,
+                                 const std::optional<QString>& customPrompt,
+                                 const std::stop_token& stop);
+
+    // Whether a program at `path` should warn that it is not installed where permissions last.
+    static bool shouldWarnAboutInstallLocation(const QString& path);
+    void checkInstallLocation();
+
+    [[nodiscard]] ui::FloatingPanel* floatingPanel() const { return floatingPanel_.get(); }
+    [[nodiscard]] QWidget* settingsWindow() const { return settingsWindow_.get(); }
+    [[nodiscard]] Popover* popover() const { return popover_.get(); }
+    [[nodiscard]] QSystemTrayIcon* statusItem() const { return statusItem_.get(); }
+    [[nodiscard]] HotkeyManager* hotkeyManager() const { return hotkeyManager_.get(); }
+
+Q_SIGNALS:
+    // After showPicker has put a fresh picker into the panel and shown it.
+    void pickerShown();
+
+private:
+    void setupStatusItem();
+    void setupHotkey();
+    void showInstallAlert();
+    void runAction(const std::optional<platform::RunningApplication>& sourceApp,
+                   const std::optional<QString>& customPrompt,
+                   std::function<void(std::exception_ptr)> completion);
+
+    std::unique_ptr<QSystemTrayIcon> statusItem_;
+    std::unique_ptr<Popover> popover_;
+    std::unique_ptr<HotkeyManager> hotkeyManager_;
+    std::unique_ptr<ui::FloatingPanel> floatingPanel_;
+    std::unique_ptr<QWidget> settingsWindow_;
+    // Shared with the background tasks of the trigger flow, which may outlive a picker.
+    std::shared_ptr<TextSelectionService> textService_;
+    std::shared_ptr<const AnthropicService> aiService_;
+    AppSettings& settings_;
+
+    Desktop desktop_;
+    Options options_;
+};
+
+} // namespace app

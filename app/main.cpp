@@ -1,0 +1,97 @@
+// Mendwise: fix or rewrite the selected text of any application with one shortcut.
+
+#include "BuildConfig.h"
+#include "app/AppDelegate.h"
+#include "app/DisplayCheck.h"
+#include "hotkeys/Hotkeys.h"
+#include "platform/x11/X11Accessibility.h"
+#include "platform/x11/X11HotKeys.h"
+#include "platform/x11/X11KeyboardEvents.h"
+#include "platform/x11/X11KeyboardLayout.h"
+#include "platform/x11/X11Pasteboard.h"
+#include "platform/x11/X11Screens.h"
+#include "platform/x11/X11Workspace.h"
+#include "platform/x11/XdgAutostartLoginItem.h"
+#include "service/AppSettings.h"
+#include "support/Log.h"
+
+#include <QApplication>
+#include <QSocketNotifier>
+#include <csignal>
+#include <cstdio>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <xcb/xcb.h>
+
+namespace {
+
+bool canConnectToDisplay(const QString& display) {
+    const QByteArray name = display.toLocal8Bit();
+    xcb_connection_t* connection = xcb_connect(name.constData(), nullptr);
+    const bool ok = connection && xcb_connection_has_error(connection) == 0;
+    if (connection)
+        xcb_disconnect(connection);
+    return ok;
+}
+
+// SIGINT and SIGTERM end the application the normal way, so the shortcut is released and the
+// keyboard is never left grabbed.
+int signalPipe[2] = {-1, -1};
+
+void onTerminationSignal(int) {
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t written = ::write(signalPipe[1], &byte, 1);
+}
+
+void quitOnTerminationSignals(QApplication& application) {
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, signalPipe) != 0)
+        return;
+    auto* notifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, &application);
+    QObject::connect(notifier, &QSocketNotifier::activated, &application, [] {
+        char byte = 0;
+        [[maybe_unused]] const ssize_t got = ::read(signalPipe[0], &byte, 1);
+        QApplication::quit();
+    });
+    struct sigaction action = {};
+    action.sa_handler = onTerminationSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const app::DisplayCheck display = app::checkDisplay(
+        [](const char* name) { return qEnvironmentVariable(name); }, canConnectToDisplay);
+    if (display.outcome == app::DisplayCheck::Outcome::unavailable) {
+        std::fprintf(stderr, "%s\n", display.message.toLocal8Bit().constData());
+        return 1;
+    }
+    if (!display.message.isEmpty())
+        support::log(display.message);
+    // Everything Mendwise does on the desktop goes through X11, also under XWayland.
+    qputenv("QT_QPA_PLATFORM", "xcb");
+
+    QApplication application(argc, argv);
+    QApplication::setOrganizationName(QStringLiteral("Mendwise"));
+    QApplication::setApplicationName(QStringLiteral("Mendwise"));
+    QApplication::setQuitOnLastWindowClosed(false);
+    quitOnTerminationSignals(application);
+
+    using namespace platform::x11;
+    AppSettings::setSharedLoginItem(std::make_unique<XdgAutostartLoginItem>());
+    Hotkeys::setPorts({X11HotKeys::create(), X11KeyboardLayout::create()});
+
+    app::Desktop desktop{std::make_shared<X11Accessibility>(), std::make_shared<X11Pasteboard>(),
+                         std::make_shared<X11KeyboardEvents>(), std::make_shared<X11Workspace>(),
+                         std::make_shared<X11Screens>()};
+    app::AppDelegate delegate(std::move(desktop), AppSettings::shared(),
+                              {QApplication::applicationFilePath(),
+                               QUrl(QString::fromUtf8(mendwise::build::apiEndpoint))});
+    QObject::connect(&application, &QCoreApplication::aboutToQuit, &delegate,
+                     &app::AppDelegate::applicationWillTerminate);
+    delegate.applicationDidFinishLaunching();
+    return QApplication::exec();
+}

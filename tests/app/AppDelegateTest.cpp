@@ -1,0 +1,306 @@
+// The application controller over the simulated desktop, with a real Messages API server on
+// loopback: launch, trigger, placement, the whole rewrite, failures and termination.
+#include "app/AppDelegate.h"
+
+#include "app/HotkeyManager.h"
+#include "app/Popover.h"
+#include "hotkeys/Testing.h"
+#include "platform/sim/SimDesktop.h"
+#include "platform/sim/SimHotKeys.h"
+#include "platform/sim/SimKeyboardLayout.h"
+#include "platform/sim/SimLoginItem.h"
+#include "service/AppSettings.h"
+#include "support/Background.h"
+#include "support/Log.h"
+#include "tests/common/LoopbackHttpServer.h"
+#include "tests/common/TestUtil.h"
+#include "ui/ActionPickerView.h"
+#include "ui/FloatingPanel.h"
+#include "ui/ScreenGeometry.h"
+
+#include <QApplication>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLineEdit>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+using platform::sim::SimDesktop;
+using testutil::HttpResponse;
+using testutil::waitUntil;
+
+namespace {
+
+constexpr std::int32_t editorPid = 42;
+constexpr std::uint32_t keyJ = 38;
+constexpr std::uint32_t commandShift = 768;
+
+class AppDelegateTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(storeDir.isValid());
+        Hotkeys::resetStateForTesting(
+            {hotKeys, std::make_shared<platform::sim::SimKeyboardLayout>()});
+        settings = std::make_unique<AppSettings>(
+            std::make_unique<QSettings>(storeDir.filePath(QStringLiteral("Mendwise.conf")),
+                                        QSettings::IniFormat),
+            loginItem);
+        settings->setApiKey(QStringLiteral("sk-ant-test-key"));
+
+        desktop->addApplication(
+            {editorPid, QStringLiteral("org.example.Editor"), QStringLiteral("Editor")});
+        desktop->setFrontmost(editorPid);
+        desktop->setText(editorPid, QStringLiteral("I has a speling eror."), {0, 21});
+        server.setHandler([](const testutil::HttpRequest&) {
+            return HttpResponse::messagesAnswer(QStringLiteral("I have a spelling error."));
+        });
+    }
+
+    void TearDown() override {
+        support::waitForBackgroundIdle();
+        delegate.reset();
+        QApplication::processEvents();
+    }
+
+    app::AppDelegate& launch(const QString& programPath = QStringLiteral("/usr/bin/mendwise")) {
+        delegate = std::make_unique<app::AppDelegate>(
+            app::Desktop{desktop, desktop, desktop, desktop, desktop}, *settings,
+            app::AppDelegate::Options{programPath, QUrl(server.url())});
+        delegate->applicationDidFinishLaunching();
+        return *delegate;
+    }
+
+    // Presses and releases the trigger; returns once the picker is on screen.
+    ui::ActionPickerView* trigger() {
+        int shown = 0;
+        auto connection =
+            QObject::connect(delegate.get(), &app::AppDelegate::pickerShown, [&] { ++shown; });
+        hotKeys->press(keyJ, commandShift);
+        hotKeys->release(keyJ, commandShift);
+        const bool ok = waitUntil([&] { return shown == 1; });
+        QObject::disconnect(connection);
+        return ok ? qobject_cast<ui::ActionPickerView*>(delegate->floatingPanel()->contentView())
+                  : nullptr;
+    }
+
+    QString systemOfRequest(std::size_t index) const {
+        const auto requests = server.requests();
+        if (index >= requests.size())
+            return QStringLiteral("<no request>");
+        return QJsonDocument::fromJson(requests[index].body)
+            .object()
+            .value(QStringLiteral("system"))
+            .toString();
+    }
+
+    // Where the panel is, as the global frame (origin bottom-left) it was shown at.
+    QRect panelFrame(double x, double y) const {
+        return ui::qtRectFromGlobal(platform::Rect{x, y, 240, 140});
+    }
+
+    static bool pastePosted(const SimDesktop& d) {
+        for (const auto& event : d.postedEvents()) {
+            if (event.virtualKey == 9)
+                return true;
+        }
+        return false;
+    }
+
+    QTemporaryDir storeDir;
+    std::shared_ptr<SimDesktop> desktop = std::make_shared<SimDesktop>();
+    std::shared_ptr<platform::sim::SimHotKeys> hotKeys =
+        std::make_shared<platform::sim::SimHotKeys>();
+    platform::sim::SimLoginItem loginItem;
+    std::unique_ptr<AppSettings> settings;
+    testutil::LoopbackHttpServer server;
+    support::LogCapture log;
+    std::unique_ptr<app::AppDelegate> delegate;
+};
+
+TEST_F(AppDelegateTest, LaunchSequenceAndTrustCheck) {
+    launch();
+    EXPECT_TRUE(log.contains(QStringLiteral("[AppDelegate] ✅ Accessibility granted")));
+    EXPECT_EQ(desktop->trustPromptCount(), 0);
+    ASSERT_NE(delegate->floatingPanel(), nullptr);
+    EXPECT_FALSE(delegate->floatingPanel()->isVisible());
+    ASSERT_NE(delegate->popover(), nullptr);
+    EXPECT_TRUE(hotKeys->isRegistered(keyJ, commandShift));
+    EXPECT_LT(
+        log.indexOf(QStringLiteral("[AppDelegate] ✅ Accessibility granted")),
+        log.indexOf(QStringLiteral("[HotkeyManager] Registered shortcut using Hotkeys library")));
+    EXPECT_EQ(delegate->settingsWindow(), nullptr); // created on first request only
+}
+
+TEST_F(AppDelegateTest, UntrustedLaunchAsksOnceAndCarriesOn) {
+    desktop->setTrusted(false);
+    launch();
+    EXPECT_TRUE(log.contains(
+        QStringLiteral("[AppDelegate] ⚠️ Requesting Accessibility permission…")));
+    EXPECT_FALSE(log.contains(QStringLiteral("[AppDelegate] ✅ Accessibility granted")));
+    EXPECT_EQ(desktop->trustPromptCount(), 1);
+    EXPECT_TRUE(hotKeys->isRegistered(keyJ, commandShift));
+}
+
+TEST_F(AppDelegateTest, InstallLocationWarnsOnlyForTransientPlaces) {
+    using app::AppDelegate;
+    EXPECT_FALSE(
+        AppDelegate::shouldWarnAboutInstallLocation(QStringLiteral("/Applications/Mendwise.app")));
+    EXPECT_FALSE(AppDelegate::shouldWarnAboutInstallLocation(
+        QStringLiteral("/Users/me/Applications/Mendwise.app")));
+    EXPECT_TRUE(AppDelegate::shouldWarnAboutInstallLocation(
+        QStringLiteral("/Users/me/Downloads/Mendwise.app")));
+    EXPECT_TRUE(AppDelegate::shouldWarnAboutInstallLocation(
+        QStringLiteral("/Volumes/Mendwise/Mendwise.app")));
+    EXPECT_TRUE(AppDelegate::shouldWarnAboutInstallLocation(
+        QStringLiteral("/private/var/folders/xy/T/AppTranslocation/ABC/d/Mendwise.app")));
+    EXPECT_FALSE(AppDelegate::shouldWarnAboutInstallLocation(
+        QStringLiteral("/Users/me/build/Mendwise.app")));
+    EXPECT_FALSE(AppDelegate::shouldWarnAboutInstallLocation(
+        QStringLiteral("/ApplicationsOld/Downloads/Mendwise.app")));
+    EXPECT_TRUE(AppDelegate::shouldWarnAboutInstallLocation(
+        QStringLiteral("/home/me/Downloads/mendwise/build/app/mendwise")));
+    EXPECT_FALSE(AppDelegate::shouldWarnAboutInstallLocation(QStringLiteral("/usr/bin/mendwise")));
+}
+
+TEST_F(AppDelegateTest, TriggerPlacesThePickerBelowTheSelection) {
+    // Selection rectangle (100, 200, 300, 20) in accessibility coordinates on a 900-high
+    // screen: anchor (400, 680), panel origin (404, 532).
+    desktop->setSelectionBounds(editorPid, platform::Rect{100, 200, 300, 20});
+    launch();
+    ui::ActionPickerView* picker = trigger();
+    ASSERT_NE(picker, nullptr);
+    EXPECT_TRUE(log.contains(QStringLiteral("[AppDelegate] 🚀 showPicker — Editor")));
+    EXPECT_EQ(picker->phase(), ui::ActionPickerView::Phase::picker());
+    EXPECT_EQ(delegate->floatingPanel()->geometry(), panelFrame(404, 532));
+    // Nothing is read at trigger time.
+    EXPECT_TRUE(server.requests().empty());
+    EXPECT_TRUE(desktop->postedEvents().empty());
+
+    // A second trigger while the panel is up: a fresh picker, at the new place.
+    desktop->setSelectionBounds(editorPid, platform::Rect{600, 300, 100, 20});
+    ui::ActionPickerView* second = trigger();
+    ASSERT_NE(second, nullptr);
+    EXPECT_NE(second, picker);
+    // Anchor (700, 580): origin (704, 432).
+    EXPECT_EQ(delegate->floatingPanel()->geometry(), panelFrame(704, 432));
+}
+
+TEST_F(AppDelegateTest, WithoutSourceApplicationThePickerFollowsTheMouse) {
+    desktop->setFrontmost(std::nullopt);
+    desktop->setMouseLocation({700, 600});
+    launch();
+    ASSERT_NE(trigger(), nullptr);
+    EXPECT_TRUE(log.contains(QStringLiteral("[AppDelegate] 🚀 showPicker — nil")));
+    EXPECT_EQ(delegate->floatingPanel()->geometry(), panelFrame(712, 452));
+}
+
+TEST_F(AppDelegateTest, ReturnFixesTheSelectionWithTheStoredPrompt) {
+    launch();
+    ui::ActionPickerView* picker = trigger();
+    ASSERT_NE(picker, nullptr);
+    picker->handleKey(36); // Return
+
+    ASSERT_TRUE(waitUntil(
+        [&] { return desktop->text(editorPid) == QStringLiteral("I have a spelling error."); }));
+    EXPECT_EQ(systemOfRequest(0), settings->systemPrompt());
+    const QJsonObject body = QJsonDocument::fromJson(server.requests()[0].body).object();
+    EXPECT_EQ(body[QStringLiteral("messages")][0][QStringLiteral("content")].toString(),
+              QStringLiteral("I has a speling eror."));
+    EXPECT_EQ(picker->phase(), ui::ActionPickerView::Phase::success());
+    // Success shows for 0.4 s, then the panel fades out.
+    EXPECT_TRUE(delegate->floatingPanel()->isVisible());
+    EXPECT_TRUE(waitUntil([&] { return !delegate->floatingPanel()->isVisible(); }, 3s));
+}
+
+TEST_F(AppDelegateTest, ThePromptIsReadWhenTheActionRunsAndACustomOneReplacesItOnce) {
+    launch();
+    ui::ActionPickerView* picker = trigger();
+    ASSERT_NE(picker, nullptr);
+    settings->setSystemPrompt(QStringLiteral("Edited after the trigger."));
+    picker->handleKey(124); // Right
+    picker->handleKey(36);  // Return opens the field
+    ASSERT_EQ(picker->phase(), ui::ActionPickerView::Phase::custom());
+    picker->instructionField()->setText(QStringLiteral("  make it formal  "));
+    picker->submitCustom();
+    ASSERT_TRUE(server.waitForRequests(1));
+    EXPECT_EQ(systemOfRequest(0), QStringLiteral("make it formal"));
+    ASSERT_TRUE(waitUntil([&] { return !delegate->floatingPanel()->isVisible(); }, 3s));
+
+    desktop->setText(editorPid, QStringLiteral("another eror"), {0, 12});
+    ui::ActionPickerView* next = trigger();
+    ASSERT_NE(next, nullptr);
+    next->handleKey(36);
+    ASSERT_TRUE(server.waitForRequests(2));
+    EXPECT_EQ(systemOfRequest(1), QStringLiteral("Edited after the trigger."));
+}
+
+TEST_F(AppDelegateTest, AServerErrorShowsTheCrossAndPastesNothing) {
+    server.setHandler([](const testutil::HttpRequest&) {
+        return HttpResponse::json(500, R"({"type":"error","error":{"type":"api_error"}})");
+    });
+    launch();
+    ui::ActionPickerView* picker = trigger();
+    ASSERT_NE(picker, nullptr);
+    picker->handleKey(36);
+    ASSERT_TRUE(waitUntil(
+        [&] { return picker->phase().kind() == ui::ActionPickerView::Phase::Kind::error; }));
+    EXPECT_EQ(picker->phase().errorDescription(),
+              QStringLiteral(R"({"type":"error","error":{"type":"api_error"}})"));
+    EXPECT_EQ(desktop->text(editorPid), QStringLiteral("I has a speling eror."));
+    EXPECT_FALSE(pastePosted(*desktop));
+    // The cross stays for a second, then the panel goes.
+    testutil::processEventsFor(600ms);
+    EXPECT_TRUE(delegate->floatingPanel()->isVisible());
+    EXPECT_TRUE(waitUntil([&] { return !delegate->floatingPanel()->isVisible(); }, 3s));
+}
+
+TEST_F(AppDelegateTest, NothingSelectedFailsWithoutAnyRequest) {
+    desktop->setText(editorPid, QStringLiteral("no selection here"), {3, 0});
+    launch();
+    ui::ActionPickerView* picker = trigger();
+    ASSERT_NE(picker, nullptr);
+    picker->handleKey(36);
+    ASSERT_TRUE(waitUntil(
+        [&] { return picker->phase().kind() == ui::ActionPickerView::Phase::Kind::error; }, 3s));
+    EXPECT_EQ(picker->phase().errorDescription(), QStringLiteral("No text is currently selected."));
+    EXPECT_TRUE(server.requests().empty());
+}
+
+TEST_F(AppDelegateTest, AnEmptyCapturedTextIsNoTextSelected) {
+    EXPECT_EQ(app::AppDelegate::MendwiseError().errorDescription(),
+              QStringLiteral("No text selected"));
+}
+
+TEST_F(AppDelegateTest, SettingsWindowIsCreatedOnceAndKept) {
+    launch();
+    delegate->openSettings();
+    QWidget* window = delegate->settingsWindow();
+    ASSERT_NE(window, nullptr);
+    EXPECT_EQ(window->size(), QSize(450, 340));
+    EXPECT_EQ(window->windowTitle(), QStringLiteral("Mendwise"));
+    EXPECT_TRUE(window->isVisible());
+    window->move(window->pos() + QPoint(30, 20));
+    const QPoint moved = window->pos();
+    window->close();
+    EXPECT_FALSE(QApplication::quitOnLastWindowClosed() &&
+                 QApplication::topLevelWidgets().isEmpty());
+    delegate->openSettings();
+    EXPECT_EQ(delegate->settingsWindow(), window);
+    EXPECT_EQ(window->pos(), moved);
+}
+
+TEST_F(AppDelegateTest, TerminationReleasesTheTrigger) {
+    launch();
+    ASSERT_TRUE(hotKeys->isRegistered(keyJ, commandShift));
+    delegate->applicationWillTerminate();
+    EXPECT_FALSE(hotKeys->isRegistered(keyJ, commandShift));
+    EXPECT_FALSE(delegate->hotkeyManager()->callback);
+    hotKeys->press(keyJ, commandShift);
+    hotKeys->release(keyJ, commandShift);
+    testutil::processEventsFor(50ms);
+    EXPECT_FALSE(log.contains(QStringLiteral("[AppDelegate] 🚀 showPicker — Editor")));
+}
+
+} // namespace
