@@ -25,6 +25,13 @@
 
 namespace {
 
+// The end-to-end tests build this same program against a local Messages API server.
+#ifdef MENDWISE_TEST_API_ENDPOINT
+constexpr const char* apiEndpoint = MENDWISE_TEST_API_ENDPOINT;
+#else
+constexpr const char* apiEndpoint = mendwise::build::apiEndpoint;
+#endif
+
 bool canConnectToDisplay(const QString& display) {
     const QByteArray name = display.toLocal8Bit();
     xcb_connection_t* connection = xcb_connect(name.constData(), nullptr);
@@ -89,7 +96,7 @@ int main(int argc, char** argv) {
                          std::make_shared<X11Screens>()};
     app::AppDelegate delegate(std::move(desktop), AppSettings::shared(),
                               {QApplication::applicationFilePath(),
-                               QUrl(QString::fromUtf8(mendwise::build::apiEndpoint))});
+                               QUrl(QString::fromUtf8(apiEndpoint))});
     QObject::connect(&application, &QCoreApplication::aboutToQuit, &delegate,
                      &app::AppDelegate::applicationWillTerminate);
     delegate.applicationDidFinishLaunching();

@@ -1,0 +1,136 @@
+#!/usr/bin/env bash
+# The whole road on a real desktop: the real program (built against a fake Messages API on
+# loopback), a GTK editor holding a sentence with typos, keys typed with xdotool.
+# Runs inside tests/x11/desktop-session.sh. Usage: end-to-end.sh APP FAKE_API PORT
+set -uo pipefail
+app=$1 fake=$2 port=$3
+work=$(mktemp -d /tmp/mendwise-e2e.XXXXXX)
+pids=()
+failures=0 passed=0
+cleanup() {
+    local pid
+    for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null; done
+    wait 2>/dev/null
+    if [ "$failures" -eq 0 ]; then rm -rf "$work"; else echo "kept $work"; fi
+}
+trap cleanup EXIT
+
+check() { # check NAME CONDITION-COMMAND...
+    local name=$1; shift
+    if "$@"; then
+        passed=$((passed + 1)); echo "ok: $name"
+    else
+        failures=$((failures + 1)); echo "FAILED: $name"
+    fi
+}
+wait_for() { # wait_for SECONDS COMMAND...
+    local deadline=$((SECONDS + $1)); shift
+    until "$@" >/dev/null 2>&1; do
+        [ "$SECONDS" -ge "$deadline" ] && return 1
+        sleep 0.05
+    done
+}
+log_has() { grep -qF -- "$1" "$work/app.log"; }
+log_count() { grep -cF -- "$1" "$work/app.log"; }
+editor_text() { xdotool key --clearmodifiers ctrl+a ctrl+c; sleep 0.3; xclip -o -selection clipboard; }
+request_field() { # request_field N FIELD: the FIELD of the Nth request body (1-based)
+    sed -n "${1}p" "$work/requests.jsonl" |
+        /usr/bin/python3 -c 'import json,sys; print(json.loads(json.loads(sys.stdin.read())["body"])[sys.argv[1]])' "$2"
+}
+start_fake() { # start_fake ARGS...: (re)start the fake API
+    if [ -n "${fake_pid:-}" ]; then kill "$fake_pid"; wait "$fake_pid" 2>/dev/null; fi
+    "$fake" --port "$port" --log "$work/requests.jsonl" "$@" >>"$work/fake.log" 2>&1 &
+    fake_pid=$!
+    pids+=("$fake_pid")
+    wait_for 10 bash -c "exec 3<>/dev/tcp/127.0.0.1/$port" || { echo "fake API did not start"; exit 1; }
+}
+# Whether Mendwise shows any window (with no tray and no settings open, that is the panel).
+panel_visible() { xdotool search --onlyvisible --pid "$app_pid" >/dev/null 2>&1; }
+panel_hidden() { ! panel_visible; }
+trigger() { # selects the whole text and presses the trigger; waits for the picker
+    local before
+    before=$(log_count '[AppDelegate] 🚀 showPicker')
+    xdotool key --clearmodifiers ctrl+a
+    sleep 0.2
+    xdotool key --clearmodifiers ctrl+shift+j
+    wait_for 5 test "$(log_count '[AppDelegate] 🚀 showPicker')" -gt "$before"
+    sleep 0.4 # the keyboard grab and the fade-in
+}
+
+mkdir -p "$XDG_CONFIG_HOME/Mendwise"
+printf '[General]\nanthropic_api_key=sk-ant-e2e\n' >"$XDG_CONFIG_HOME/Mendwise/Mendwise.conf"
+start_fake --answer "I have a spelling error."
+
+printf 'I has a speling eror.' >"$work/note.txt"
+mousepad "$work/note.txt" >"$work/mousepad.log" 2>&1 &
+pids+=($!)
+wait_for 20 sh -c 'xdotool getactivewindow getwindowname | grep -q note' ||
+    { echo "mousepad did not come up"; exit 1; }
+
+"$app" >"$work/app.log" 2>&1 &
+app_pid=$!
+pids+=("$app_pid")
+wait_for 20 log_has '[HotkeyManager] Registered shortcut using Hotkeys library' ||
+    { echo "Mendwise did not start"; cat "$work/app.log"; exit 1; }
+
+# 1. Fix: the selection is replaced by the answer; the request carried the stored prompt.
+check "no panel before the trigger" panel_hidden
+trigger
+check "the trigger shows the picker for the editor" log_has '[AppDelegate] 🚀 showPicker — Mousepad'
+check "the panel is on screen" panel_visible
+check "the editor stays the active window" sh -c 'xdotool getactivewindow getwindowname | grep -q note'
+xdotool key Return
+wait_for 10 log_has '[TextSelectionService] ✅ pasteText END'
+sleep 0.3
+check "the request carried the stored system prompt" test "$(request_field 1 system)" = \
+    "Fix English spelling and grammar in this message. Return ONLY the corrected text. No explanations, no alternatives, no extra text. Just the fixed message."
+check "the request carried the selection" test "$(request_field 1 messages | grep -c 'I has a speling eror.')" = 1
+sleep 0.8 # success for 0.4 s, then the fade
+check "the panel is gone after the success" panel_hidden
+check "the editor holds the answer" test "$(editor_text)" = "I have a spelling error."
+
+# 2. Custom instruction: Right, Return, type, Return sends the typed instruction.
+start_fake --echo
+trigger
+xdotool key Right Return
+sleep 0.3
+xdotool type --delay 20 "make it formal"
+xdotool key Return
+wait_for 10 test "$(wc -l <"$work/requests.jsonl")" -ge 2
+check "the custom request carried the typed instruction" test "$(request_field 2 system)" = "make it formal"
+wait_for 10 test "$(log_count '[TextSelectionService] ✅ pasteText END')" -ge 2
+sleep 1
+
+# 3. A server error: red badge, nothing pasted, the editor unchanged.
+printf '{"type":"error","error":{"type":"overloaded_error","message":"Overloaded"}}' >"$work/error.json"
+start_fake --status 529 --body-file "$work/error.json"
+before_text=$(editor_text)
+pastes=$(log_count '[TextSelectionService] 📤 pasteText BEGIN')
+trigger
+xdotool key Return
+wait_for 10 log_has '❌ [API] Error: {"type":"error"'
+sleep 1.5
+check "a server error pastes nothing" test "$(log_count '[TextSelectionService] 📤 pasteText BEGIN')" = "$pastes"
+check "a server error leaves the editor unchanged" test "$(editor_text)" = "$before_text"
+
+# 4. An empty selection fails with the capture error, without any request.
+requests_before=$(wc -l <"$work/requests.jsonl")
+xdotool key --clearmodifiers ctrl+End
+sleep 0.2
+xdotool key --clearmodifiers ctrl+shift+j
+sleep 0.5
+xdotool key Return
+wait_for 10 log_has '[TextSelectionService] ❌ copySelectedText FAILED — throwing noTextSelected'
+check "an empty selection fails with the capture error" log_has '[TextSelectionService] ❌ copySelectedText FAILED — throwing noTextSelected'
+check "an empty selection sends no request" test "$(wc -l <"$work/requests.jsonl")" = "$requests_before"
+
+# Quitting releases the shortcut and ends the process.
+kill -TERM "$app_pid"
+wait_for 10 sh -c "! kill -0 $app_pid 2>/dev/null"
+check "Mendwise quits on SIGTERM" sh -c "! kill -0 $app_pid 2>/dev/null"
+
+if [ "$failures" -ne 0 ]; then
+    echo "--- Mendwise log"; cat "$work/app.log"
+fi
+echo "$passed passed, $failures failed"
+[ "$failures" -eq 0 ]
