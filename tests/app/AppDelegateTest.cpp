@@ -208,8 +208,9 @@ TEST_F(AppDelegateTest, ReturnFixesTheSelectionWithTheStoredPrompt) {
     const QJsonObject body = QJsonDocument::fromJson(server.requests()[0].body).object();
     EXPECT_EQ(body[QStringLiteral("messages")][0][QStringLiteral("content")].toString(),
               QStringLiteral("I has a speling eror."));
-    EXPECT_EQ(picker->phase(), ui::ActionPickerView::Phase::success());
-    // Success shows for 0.4 s, then the panel fades out.
+    // The paste lands before the task reports back; then the check shows for 0.4 s.
+    ASSERT_TRUE(
+        waitUntil([&] { return picker->phase() == ui::ActionPickerView::Phase::success(); }));
     EXPECT_TRUE(delegate->floatingPanel()->isVisible());
     EXPECT_TRUE(waitUntil([&] { return !delegate->floatingPanel()->isVisible(); }, 3s));
 }
