@@ -121,11 +121,9 @@ void AppDelegate::setupStatusItem() {
                 if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::Context)
                     togglePopover();
             });
-    if (QSystemTrayIcon::isSystemTrayAvailable()) {
-        statusItem_->show();
-    } else {
-        // The icon appears by itself if a tray starts later.
-        statusItem_->show();
+    // Shown even without a tray: the icon appears by itself if a tray starts later.
+    statusItem_->show();
+    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
         support::log(QStringLiteral(
             "[AppDelegate] ⚠️ No system tray on this desktop: Mendwise keeps working through "
             "its shortcut (Ctrl+Shift+J); the icon appears when a tray starts."));
