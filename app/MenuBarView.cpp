@@ -2,6 +2,7 @@
 
 #include "ui/Color.h"
 #include "ui/Icons.h"
+#include "ui/StatusDot.h"
 
 #include <QAbstractButton>
 #include <QFocusEvent>
@@ -50,23 +51,6 @@ protected:
         line.setAlphaF(0.12F);
         p.fillRect(rect(), line);
     }
-};
-
-class Dot : public QWidget {
-public:
-    explicit Dot(QColor color) : color_(color) { setFixedSize(8, 8); }
-
-protected:
-    void paintEvent(QPaintEvent*) override {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        p.setPen(Qt::NoPen);
-        p.setBrush(color_);
-        p.drawEllipse(QRectF(rect()));
-    }
-
-private:
-    QColor color_;
 };
 
 // A borderless command row: symbol, text, and the rest of the row empty, so the text stays
@@ -159,7 +143,7 @@ MenuBarView::MenuBarView(Commands commands, QWidget* parent)
     status->setSpacing(8);
     auto* ready = new QHBoxLayout;
     ready->setSpacing(6);
-    ready->addWidget(new Dot(ui::colors::green()), 0, Qt::AlignVCenter);
+    ready->addWidget(new ui::StatusDot(ui::colors::green()), 0, Qt::AlignVCenter);
     ready->addWidget(label(QStringLiteral("Ready"), captionSize, QFont::Normal, secondary), 0,
                      Qt::AlignVCenter);
     ready->addStretch();

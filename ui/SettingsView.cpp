@@ -10,6 +10,7 @@
 #include "ui/Drawing.h"
 #include "ui/Icons.h"
 #include "ui/SettingsIcon.h"
+#include "ui/StatusDot.h"
 #include "ui/ToggleSwitch.h"
 
 #include <QComboBox>
@@ -48,28 +49,6 @@ QLabel* text(const QString& content) {
     label->setFont(sized(bodySize));
     return label;
 }
-
-// A small filled circle in a colour that can change.
-class StatusDot : public QWidget {
-public:
-    StatusDot() { setFixedSize(8, 8); }
-    void setColor(const QColor& color) {
-        color_ = color;
-        update();
-    }
-
-protected:
-    void paintEvent(QPaintEvent*) override {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        p.setPen(Qt::NoPen);
-        p.setBrush(color_);
-        p.drawEllipse(QRectF(rect()));
-    }
-
-private:
-    QColor color_;
-};
 
 // A text-only button: a link (underlined under the mouse) or a plain command in a colour.
 class TextButton : public QAbstractButton {
@@ -251,7 +230,7 @@ void GeneralSettingsTab::refreshPermission() {
     const bool trusted = accessibility_.isProcessTrusted();
     const QColor color = trusted ? colors::green() : colors::red();
     permissionIcon_->setColor(color);
-    static_cast<StatusDot*>(permissionDot_)->setColor(color);
+    static_cast<ui::StatusDot*>(permissionDot_)->setColor(color);
     permissionText_->setText(trusted ? QStringLiteral("Enabled") : QStringLiteral("Not Enabled"));
 }
 
