@@ -159,26 +159,39 @@ AXRef SimDesktop::createApplication(std::int32_t pid) {
     return elementRef(pid, Element::application);
 }
 
-AXResult SimDesktop::copyAttributeValue(const AXRef& element, const QString& attribute) {
-    const std::lock_guard lock(state_->mutex);
-    const SimElement* target = simElement(element);
-    AXCall call{AXCall::Kind::copyAttributeValue, -1, std::nullopt, attribute};
+std::optional<AXResult> SimDesktop::State::commonAttributeAnswer(AXCall::Kind kind,
+                                                                 const AXRef& element,
+                                                                 const QString& attribute,
+                                                                 const SimElement*& target,
+                                                                 const SimApplication*& app) {
+    target = simElement(element);
+    AXCall call{kind, -1, std::nullopt, attribute};
     if (target) {
         call.pid = target->pid();
         call.element = target->kind();
     }
-    state_->axCalls.push_back(call);
+    axCalls.push_back(call);
 
-    if (!state_->trusted)
+    if (!trusted)
         return failure(ax::apiDisabled);
     if (!target)
         return failure(ax::illegalArgument);
-    const SimApplication* app = state_->find(target->pid());
+    app = find(target->pid());
     if (!app || (target->kind() == Element::focused && !app->hasFocusedElement))
         return failure(ax::invalidUIElement);
     const auto scripted = app->answers.find({target->kind(), attribute});
     if (scripted != app->answers.end())
         return resultOf(scripted->second);
+    return std::nullopt;
+}
+
+AXResult SimDesktop::copyAttributeValue(const AXRef& element, const QString& attribute) {
+    const std::lock_guard lock(state_->mutex);
+    const SimElement* target = nullptr;
+    const SimApplication* app = nullptr;
+    if (auto answer = state_->commonAttributeAnswer(AXCall::Kind::copyAttributeValue, element,
+                                                    attribute, target, app))
+        return *answer;
     switch (target->kind()) {
     case Element::application:
         return applicationAttribute(*app, attribute);
@@ -193,24 +206,11 @@ AXResult SimDesktop::copyAttributeValue(const AXRef& element, const QString& att
 AXResult SimDesktop::copyParameterizedAttributeValue(const AXRef& element, const QString& attribute,
                                                      const AXRef& parameter) {
     const std::lock_guard lock(state_->mutex);
-    const SimElement* target = simElement(element);
-    AXCall call{AXCall::Kind::copyParameterizedAttributeValue, -1, std::nullopt, attribute};
-    if (target) {
-        call.pid = target->pid();
-        call.element = target->kind();
-    }
-    state_->axCalls.push_back(call);
-
-    if (!state_->trusted)
-        return failure(ax::apiDisabled);
-    if (!target)
-        return failure(ax::illegalArgument);
-    const SimApplication* app = state_->find(target->pid());
-    if (!app || (target->kind() == Element::focused && !app->hasFocusedElement))
-        return failure(ax::invalidUIElement);
-    const auto scripted = app->answers.find({target->kind(), attribute});
-    if (scripted != app->answers.end())
-        return resultOf(scripted->second);
+    const SimElement* target = nullptr;
+    const SimApplication* app = nullptr;
+    if (auto answer = state_->commonAttributeAnswer(AXCall::Kind::copyParameterizedAttributeValue,
+                                                    element, attribute, target, app))
+        return *answer;
     if (target->kind() != Element::focused || attribute != QLatin1String(axattr::boundsForRange))
         return failure(ax::parameterizedAttributeUnsupported);
     CFRange range;

@@ -108,6 +108,13 @@ struct SimDesktop::State {
 
     // The helpers below expect `mutex` to be held.
     SimApplication* find(std::int32_t pid);
+    // Records an attribute read and gives the answers every read shares: failure for an
+    // untrusted process or an element that is not ours or is gone, or the scripted answer. None
+    // when the element's own attributes decide; `target` and `app` are then set.
+    std::optional<AXResult> commonAttributeAnswer(AXCall::Kind kind, const AXRef& element,
+                                                  const QString& attribute,
+                                                  const SimElement*& target,
+                                                  const SimApplication*& app);
     void clearPasteboard();
     void writeString(const QString& text);
     void record(const KeyboardEventRef& event, std::optional<std::int32_t> targetPid,
