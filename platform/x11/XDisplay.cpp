@@ -139,15 +139,10 @@ XWindowId XDisplay::focusedClientWindow() {
             XFree(data);
         if (status == Success && type != None)
             return window;
-        Window root = 0;
-        Window parent = 0;
-        Window* children = nullptr;
-        unsigned int count = 0;
-        if (!checked([&] { XQueryTree(display_, window, &root, &parent, &children, &count); }))
+        const auto parent = parentOf(window);
+        if (!parent)
             return 0;
-        if (children != nullptr)
-            XFree(children);
-        window = parent;
+        window = *parent;
     }
     return 0;
 }
@@ -210,22 +205,29 @@ std::optional<QString> XDisplay::windowTitle(XWindowId window) {
     return result;
 }
 
+std::optional<XWindowId> XDisplay::parentOf(XWindowId window) {
+    Window root = 0;
+    Window parent = 0;
+    Window* children = nullptr;
+    unsigned int count = 0;
+    if (!checked([&] { XQueryTree(display_, window, &root, &parent, &children, &count); }))
+        return std::nullopt;
+    if (children != nullptr)
+        XFree(children);
+    return parent;
+}
+
 XWindowId XDisplay::topLevelAncestor(XWindowId window) {
     if (display_ == nullptr)
         return 0;
     const Window rootId = rootWindow();
     while (window != 0 && window != rootId) {
-        Window root = 0;
-        Window parent = 0;
-        Window* children = nullptr;
-        unsigned int count = 0;
-        if (!checked([&] { XQueryTree(display_, window, &root, &parent, &children, &count); }))
+        const auto parent = parentOf(window);
+        if (!parent)
             return 0;
-        if (children != nullptr)
-            XFree(children);
-        if (parent == rootId)
+        if (*parent == rootId)
             return window;
-        window = parent;
+        window = *parent;
     }
     return 0;
 }

@@ -61,6 +61,8 @@ private:
     bool endErrorTrap();
     std::optional<QByteArray> property(XWindowId window, const char* name, unsigned long type,
                                        int format);
+    // The window's parent; none when the window is gone.
+    std::optional<XWindowId> parentOf(XWindowId window);
 
     _XDisplay* display_ = nullptr;
     std::mutex mutex_;
