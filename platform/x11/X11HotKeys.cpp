@@ -296,8 +296,9 @@ struct X11HotKeys::Impl final : QAbstractNativeEventFilter {
         const std::uint8_t type = event->response_type & 0x7f;
         if (type == XCB_KEY_PRESS || type == XCB_KEY_RELEASE) {
             const auto* key = static_cast<const xcb_key_press_event_t*>(message);
-            return key->event == root ? rootKey(type == XCB_KEY_PRESS, *key)
-                                      : rawKey(type == XCB_KEY_PRESS, *key);
+            const bool press = type == XCB_KEY_PRESS;
+            return key->event == root || heldByOwnGrab(press, *key) ? rootKey(press, *key)
+                                                                    : rawKey(press, *key);
         }
         if (type == XCB_MAPPING_NOTIFY) {
             scheduleRefresh();
@@ -307,6 +308,24 @@ struct X11HotKeys::Impl final : QAbstractNativeEventFilter {
                 scheduleRefresh();
         }
         return false;
+    }
+
+    [[nodiscard]] std::vector<std::shared_ptr<Grab>>::const_iterator
+    findGrab(const xcb_key_press_event_t& key) const {
+        const auto mask = static_cast<std::uint16_t>(key.state & modifierBits & ~lockBits());
+        return std::find_if(grabs.begin(), grabs.end(), [&](const auto& grab) {
+            return grab->grabbed && grab->keycode == key.detail && grab->mask == mask;
+        });
+    }
+
+    // While one of this application's windows holds the keyboard (the floating panel), the
+    // server activates no passive grab, not even ours: the hot key's combination arrives at that
+    // window instead. Nothing else can bring it there while the grab on the root is in place,
+    // so it is the hot key.
+    [[nodiscard]] bool heldByOwnGrab(bool press, const xcb_key_press_event_t& key) const {
+        if (!press)
+            return activePresses.contains(key.detail);
+        return findGrab(key) != grabs.end();
     }
 
     // A key event of a passive grab.
@@ -322,10 +341,7 @@ struct X11HotKeys::Impl final : QAbstractNativeEventFilter {
         }
         if (activePresses.contains(key.detail))
             return true; // auto-repeat of a held hot key
-        const auto mask = static_cast<std::uint16_t>(key.state & modifierBits & ~lockBits());
-        const auto it = std::find_if(grabs.begin(), grabs.end(), [&](const auto& grab) {
-            return grab->grabbed && grab->keycode == key.detail && grab->mask == mask;
-        });
+        const auto it = findGrab(key);
         if (it == grabs.end())
             return false;
         const HotKeyID id = (*it)->id;

@@ -10,8 +10,11 @@
 #include "tests/common/ChildProcess.h"
 #include "tests/common/TestUtil.h"
 
+#include <QKeyEvent>
 #include <QMenu>
 #include <QSettings>
+#include <QWidget>
+#include <QWindow>
 #include <gtest/gtest.h>
 #include <xcb/xcb.h>
 
@@ -213,6 +216,33 @@ TEST_F(X11Hotkeys, InsideAnOpenMenuTheShortcutStillFires) {
     xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
     settle(1);
     EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));
+}
+
+// A window of ours that holds the keyboard keeps the server from activating our own grab on the
+// root; the combination must fire anyway and not reach the window as a key press.
+TEST_F(X11Hotkeys, WhileOurWindowHoldsTheKeyboardTheShortcutStillFires) {
+    bind();
+    class KeyCounter final : public QWidget {
+    public:
+        QList<int> keys;
+
+    protected:
+        void keyPressEvent(QKeyEvent* event) override { keys << event->key(); }
+    } window;
+    window.setAttribute(Qt::WA_ShowWithoutActivating);
+    window.setGeometry(50, 50, 200, 100);
+    window.show();
+    ASSERT_TRUE(testutil::waitUntil([&] { return window.isVisible() && window.windowHandle(); }));
+    ASSERT_TRUE(
+        testutil::waitUntil([&] { return window.windowHandle()->setKeyboardGrabEnabled(true); }));
+
+    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
+    settle(1);
+    EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));
+    xdotool({QStringLiteral("key"), QStringLiteral("x")}); // other keys still reach the window
+    ASSERT_TRUE(testutil::waitUntil([&] { return window.keys.contains(Qt::Key_X); }));
+    EXPECT_FALSE(window.keys.contains(Qt::Key_J));
+    window.windowHandle()->setKeyboardGrabEnabled(false);
 }
 
 TEST_F(X11Hotkeys, LayoutChangesShowInNamesAndKeepTheGrabs) {
