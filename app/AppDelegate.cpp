@@ -217,6 +217,9 @@ void AppDelegate::showPicker(const std::optional<platform::RunningApplication>& 
     floatingPanel_->resize(static_cast<int>(placement::panelWidth),
                            static_cast<int>(placement::panelHeight));
 
+    // A picker already on screen holds the keyboard, and while another client holds it GTK
+    // applications report no focused element: let go first, so the new selection is found.
+    floatingPanel_->releaseKeyboard();
     std::optional<platform::Point> anchor;
     if (sourceApp) {
         anchor = TextSelectionService::selectionAnchor(sourceApp->processIdentifier,

@@ -203,6 +203,9 @@ void FloatingPanel::releaseKeyboard() {
     keyboardGrabbed_ = false;
     if (QWindow* window = windowHandle())
         window->setKeyboardGrabEnabled(false);
+    // Until the server has let go, GTK applications report no focused element, and an
+    // accessibility read that follows at once would find nothing.
+    native::syncWithServer();
 }
 
 } // namespace ui

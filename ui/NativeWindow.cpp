@@ -3,6 +3,7 @@
 #include <QGuiApplication>
 #include <QWidget>
 #include <cstdint>
+#include <cstdlib>
 #include <xcb/xcb.h>
 
 namespace ui::native {
@@ -21,7 +22,7 @@ xcb_atom_t atom(xcb_connection_t* c, const char* name) {
     if (!reply)
         return XCB_ATOM_NONE;
     const xcb_atom_t result = reply->atom;
-    free(reply);
+    std::free(reply); // NOLINT(cppcoreguidelines-no-malloc)
     return result;
 }
 
@@ -56,8 +57,14 @@ bool hasCompositor() {
     if (!reply)
         return false;
     const bool owned = reply->owner != XCB_WINDOW_NONE;
-    free(reply);
+    std::free(reply); // NOLINT(cppcoreguidelines-no-malloc)
     return owned;
+}
+
+void syncWithServer() {
+    if (xcb_connection_t* c = x11Connection())
+        // NOLINTNEXTLINE(cppcoreguidelines-no-malloc)
+        std::free(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
 }
 
 } // namespace ui::native

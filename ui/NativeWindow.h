@@ -15,4 +15,9 @@ void keepOnAllDesktops(QWidget* window);
 // True where the question does not arise.
 bool hasCompositor();
 
+// Waits until the window system has carried out every request sent so far (a round trip), so
+// that other applications see the outcome, for example a keyboard grab let go, before this
+// application asks them anything.
+void syncWithServer();
+
 } // namespace ui::native

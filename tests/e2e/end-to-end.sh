@@ -43,10 +43,15 @@ start_fake() { # start_fake ARGS...: (re)start the fake API
     fake_pid=$!
     pids+=("$fake_pid")
     wait_for 10 bash -c "exec 3<>/dev/tcp/127.0.0.1/$port" || { echo "fake API did not start"; exit 1; }
+    kill -0 "$fake_pid" 2>/dev/null ||
+        { echo "fake API could not listen on port $port (is an earlier one still running?)"; exit 1; }
 }
 # Whether Mendwise shows any window (with no tray and no settings open, that is the panel).
 panel_visible() { xdotool search --onlyvisible --pid "$app_pid" >/dev/null 2>&1; }
 panel_hidden() { ! panel_visible; }
+panel_geometry() { # sets X and Y to the panel's position
+    eval "$(xdotool getwindowgeometry --shell "$(xdotool search --onlyvisible --pid "$app_pid" 2>/dev/null | head -n1)")"
+}
 trigger() { # selects the whole text and presses the trigger; waits for the picker
     local before
     before=$(log_count '[AppDelegate] 🚀 showPicker')
@@ -89,7 +94,25 @@ sleep 0.8 # success for 0.4 s, then the fade
 check "the panel is gone after the success" panel_hidden
 check "the editor holds the answer" test "$(editor_text)" = "I have a spelling error."
 
-# 2. Custom instruction: Right, Return, type, Return sends the typed instruction.
+# 2. A trigger while the panel is open puts a fresh picker below the new selection. The panel
+#    holds the keyboard, so the new selection is made with the mouse: a double click on "have".
+trigger
+panel_geometry; first_x=$X first_y=$Y
+eval "$(xdotool getactivewindow getwindowgeometry --shell)"
+xdotool mousemove $((X + 25)) $((first_y - 16)) click --repeat 2 1
+sleep 0.3
+shown=$(log_count '[AppDelegate] 🚀 showPicker')
+xdotool key --clearmodifiers ctrl+shift+j
+wait_for 5 test "$(log_count '[AppDelegate] 🚀 showPicker')" -gt "$shown"
+sleep 0.4
+check "a trigger while the panel is open shows a fresh picker" test "$(log_count '[AppDelegate] 🚀 showPicker')" -gt "$shown"
+panel_geometry
+check "the fresh picker stands below the new selection" test "$X" -lt $((first_x - 80)) -a "$Y" = "$first_y"
+xdotool key Escape
+sleep 0.5
+check "Escape closes the re-placed panel" panel_hidden
+
+# 3. Custom instruction: Right, Return, type, Return sends the typed instruction.
 start_fake --echo
 trigger
 xdotool key Right Return
@@ -101,7 +124,7 @@ check "the custom request carried the typed instruction" test "$(request_field 2
 wait_for 10 test "$(log_count '[TextSelectionService] ✅ pasteText END')" -ge 2
 sleep 1
 
-# 3. A server error: red badge, nothing pasted, the editor unchanged.
+# 4. A server error: red badge, nothing pasted, the editor unchanged.
 printf '{"type":"error","error":{"type":"overloaded_error","message":"Overloaded"}}' >"$work/error.json"
 start_fake --status 529 --body-file "$work/error.json"
 before_text=$(editor_text)
@@ -113,7 +136,7 @@ sleep 1.5
 check "a server error pastes nothing" test "$(log_count '[TextSelectionService] 📤 pasteText BEGIN')" = "$pastes"
 check "a server error leaves the editor unchanged" test "$(editor_text)" = "$before_text"
 
-# 4. An empty selection fails with the capture error, without any request.
+# 5. An empty selection fails with the capture error, without any request.
 requests_before=$(wc -l <"$work/requests.jsonl")
 xdotool key --clearmodifiers ctrl+End
 sleep 0.2
