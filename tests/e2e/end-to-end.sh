@@ -5,12 +5,11 @@
 set -uo pipefail
 app=$1 fake=$2 port=$3
 work=$(mktemp -d /tmp/mendwise-e2e.XXXXXX)
-pids=()
 failures=0 passed=0
+# shellcheck source=tests/e2e/desktop-steps.sh
+source "$(dirname "$0")/desktop-steps.sh"
 cleanup() {
-    local pid
-    for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null; done
-    wait 2>/dev/null
+    stop_all
     if [ "$failures" -eq 0 ]; then rm -rf "$work"; else echo "kept $work"; fi
 }
 trap cleanup EXIT
@@ -23,60 +22,15 @@ check() { # check NAME CONDITION-COMMAND...
         failures=$((failures + 1)); echo "FAILED: $name"
     fi
 }
-wait_for() { # wait_for SECONDS COMMAND...
-    local deadline=$((SECONDS + $1)); shift
-    until "$@" >/dev/null 2>&1; do
-        [ "$SECONDS" -ge "$deadline" ] && return 1
-        sleep 0.05
-    done
-}
-log_has() { grep -qF -- "$1" "$work/app.log"; }
-log_count() { grep -cF -- "$1" "$work/app.log"; }
 editor_text() { xdotool key --clearmodifiers ctrl+a ctrl+c; sleep 0.3; xclip -o -selection clipboard; }
 request_field() { # request_field N FIELD: the FIELD of the Nth request body (1-based)
     sed -n "${1}p" "$work/requests.jsonl" |
         /usr/bin/python3 -c 'import json,sys; print(json.loads(json.loads(sys.stdin.read())["body"])[sys.argv[1]])' "$2"
 }
-start_fake() { # start_fake ARGS...: (re)start the fake API
-    if [ -n "${fake_pid:-}" ]; then kill "$fake_pid"; wait "$fake_pid" 2>/dev/null; fi
-    "$fake" --port "$port" --log "$work/requests.jsonl" "$@" >>"$work/fake.log" 2>&1 &
-    fake_pid=$!
-    pids+=("$fake_pid")
-    wait_for 10 bash -c "exec 3<>/dev/tcp/127.0.0.1/$port" || { echo "fake API did not start"; exit 1; }
-    kill -0 "$fake_pid" 2>/dev/null ||
-        { echo "fake API could not listen on port $port (is an earlier one still running?)"; exit 1; }
-}
-# Whether Mendwise shows any window (with no tray and no settings open, that is the panel).
-panel_visible() { xdotool search --onlyvisible --pid "$app_pid" >/dev/null 2>&1; }
-panel_hidden() { ! panel_visible; }
-panel_geometry() { # sets X and Y to the panel's position
-    eval "$(xdotool getwindowgeometry --shell "$(xdotool search --onlyvisible --pid "$app_pid" 2>/dev/null | head -n1)")"
-}
-trigger() { # selects the whole text and presses the trigger; waits for the picker
-    local before
-    before=$(log_count '[AppDelegate] 🚀 showPicker')
-    xdotool key --clearmodifiers ctrl+a
-    sleep 0.2
-    xdotool key --clearmodifiers ctrl+shift+j
-    wait_for 5 test "$(log_count '[AppDelegate] 🚀 showPicker')" -gt "$before"
-    sleep 0.4 # the keyboard grab and the fade-in
-}
 
-mkdir -p "$XDG_CONFIG_HOME/Mendwise"
-printf '[General]\nanthropic_api_key=sk-ant-e2e\n' >"$XDG_CONFIG_HOME/Mendwise/Mendwise.conf"
 start_fake --answer "I have a spelling error."
-
-printf 'I has a speling eror.' >"$work/note.txt"
-mousepad "$work/note.txt" >"$work/mousepad.log" 2>&1 &
-pids+=($!)
-wait_for 20 sh -c 'xdotool getactivewindow getwindowname | grep -q note' ||
-    { echo "mousepad did not come up"; exit 1; }
-
-"$app" >"$work/app.log" 2>&1 &
-app_pid=$!
-pids+=("$app_pid")
-wait_for 20 log_has '[HotkeyManager] Registered shortcut using Hotkeys library' ||
-    { echo "Mendwise did not start"; cat "$work/app.log"; exit 1; }
+start_editor 'I has a speling eror.'
+start_mendwise
 
 # 1. Fix: the selection is replaced by the answer; the request carried the stored prompt.
 check "no panel before the trigger" panel_hidden
