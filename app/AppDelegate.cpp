@@ -126,7 +126,8 @@ void AppDelegate::setupStatusItem() {
     if (!QSystemTrayIcon::isSystemTrayAvailable()) {
         support::log(QStringLiteral(
             "[AppDelegate] ⚠️ No system tray on this desktop: Mendwise keeps working through "
-            "its shortcut (Ctrl+Shift+J); the icon appears when a tray starts."));
+            "its shortcut (Ctrl+Shift+J); the icon appears when a tray starts. Start it with "
+            "--settings to open the settings window."));
     }
 
     const QPointer<AppDelegate> self(this);

@@ -16,7 +16,9 @@
 #include "support/Log.h"
 
 #include <QApplication>
+#include <QCommandLineParser>
 #include <QSocketNotifier>
+#include <QSystemTrayIcon>
 #include <csignal>
 #include <cstdio>
 #include <sys/socket.h>
@@ -85,6 +87,15 @@ int main(int argc, char** argv) {
     QApplication::setOrganizationName(QStringLiteral("Mendwise"));
     QApplication::setApplicationName(QStringLiteral("Mendwise"));
     QApplication::setQuitOnLastWindowClosed(false);
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Fixes or rewrites the selected text of any application: select, press Ctrl+Shift+J."));
+    parser.addHelpOption();
+    const QCommandLineOption settingsOption(
+        QStringLiteral("settings"),
+        QStringLiteral("Open the settings window at start (for desktops without a tray)."));
+    parser.addOption(settingsOption);
+    parser.process(application);
     quitOnTerminationSignals(application);
 
     using namespace platform::x11;
@@ -94,11 +105,17 @@ int main(int argc, char** argv) {
     app::Desktop desktop{std::make_shared<X11Accessibility>(), std::make_shared<X11Pasteboard>(),
                          std::make_shared<X11KeyboardEvents>(), std::make_shared<X11Workspace>(),
                          std::make_shared<X11Screens>()};
-    app::AppDelegate delegate(std::move(desktop), AppSettings::shared(),
-                              {QApplication::applicationFilePath(),
-                               QUrl(QString::fromUtf8(apiEndpoint))});
+    app::AppDelegate delegate(
+        std::move(desktop), AppSettings::shared(),
+        {QApplication::applicationFilePath(), QUrl(QString::fromUtf8(apiEndpoint))});
     QObject::connect(&application, &QCoreApplication::aboutToQuit, &delegate,
                      &app::AppDelegate::applicationWillTerminate);
     delegate.applicationDidFinishLaunching();
+    // Without a tray there is no icon to open the settings from: --settings opens them, and so
+    // does a start without a tray and without an API key, so that first use can go ahead.
+    if (parser.isSet(settingsOption) ||
+        (!QSystemTrayIcon::isSystemTrayAvailable() && AppSettings::shared().apiKey().isEmpty())) {
+        QMetaObject::invokeMethod(&delegate, &app::AppDelegate::openSettings, Qt::QueuedConnection);
+    }
     return QApplication::exec();
 }

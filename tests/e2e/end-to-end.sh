@@ -28,6 +28,18 @@ request_field() { # request_field N FIELD: the FIELD of the Nth request body (1-
         /usr/bin/python3 -c 'import json,sys; print(json.loads(json.loads(sys.stdin.read())["body"])[sys.argv[1]])' "$2"
 }
 
+# 0. A first start with neither a tray nor an API key opens the settings window, the only
+#    place to enter the key on such a desktop.
+"$app" >"$work/first-start.log" 2>&1 &
+first_pid=$!
+pids+=("$first_pid")
+check "a first start without a tray opens the settings window" \
+    wait_for 10 sh -c "xdotool search --onlyvisible --pid $first_pid --name '^Mendwise$'"
+check "it says there is no tray, and how to reach the settings" \
+    grep -qF 'No system tray on this desktop' "$work/first-start.log"
+kill "$first_pid"
+wait "$first_pid" 2>/dev/null
+
 start_fake --answer "I have a spelling error."
 start_editor 'I has a speling eror.'
 start_mendwise
