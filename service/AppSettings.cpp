@@ -5,6 +5,7 @@
 #include "support/NotificationCenter.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QMetaType>
 #include <QSettings>
 #include <QThread>
@@ -170,10 +171,13 @@ void AppSettings::assign(T Values::*field, const T& value, const QString& key) {
         write(key, QVariant::fromValue(value));
 }
 
-// Written and synced at once: an edit survives a crash right after it.
+// Written and synced at once: an edit survives a crash right after it. The file holds the API
+// key, so only its owner may read it.
 void AppSettings::write(const QString& key, const QVariant& value) {
     store_->setValue(key, value);
     store_->sync();
+    if (const QString file = store_->fileName(); QFile::exists(file))
+        QFile::setPermissions(file, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 }
 
 void AppSettings::setApiKey(const QString& apiKey) {

@@ -206,6 +206,9 @@ TEST_F(AppSettingsTest, EveryAssignmentIsAnnouncedBeforeAndWrittenAtOnce) {
                   (QStringList{u"will:" + before, u"did:" + c.read(*settings) + u":written"}));
         EXPECT_NE(c.read(*settings), before);
         EXPECT_EQ(storedText(c.key), c.stored); // on disk, without waiting for anything
+        EXPECT_EQ(QFile::permissions(path()), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                                  QFileDevice::ReadUser | QFileDevice::WriteUser)
+            << "the store holds the API key";
     }
     // Read back by a fresh instance.
     const auto reloaded = load();
