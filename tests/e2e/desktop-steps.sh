@@ -1,6 +1,23 @@
 # Steps shared by the scripts that drive Mendwise on a real desktop (sourced, not run).
 # Expects: app (the program), fake (fake-messages-api), port, work (a scratch directory).
 pids=()
+failures=0 passed=0
+
+check() { # check NAME CONDITION-COMMAND...
+    local name=$1; shift
+    if "$@"; then
+        passed=$((passed + 1)); echo "ok: $name"
+    else
+        failures=$((failures + 1)); echo "FAILED: $name"
+    fi
+}
+summary() { # the counts, Mendwise's log after a failure; fails when a check did
+    if [ "$failures" -ne 0 ]; then
+        echo "--- Mendwise log"; cat "$work/app.log"
+    fi
+    echo "$passed passed, $failures failed"
+    [ "$failures" -eq 0 ]
+}
 
 wait_for() { # wait_for SECONDS COMMAND...
     local deadline=$((SECONDS + $1)); shift
@@ -13,6 +30,10 @@ stop_all() {
     local pid
     for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null; done
     wait 2>/dev/null
+}
+clean_up() { # the exit trap of a test: the scratch directory is kept after a failure
+    stop_all
+    if [ "$failures" -eq 0 ]; then rm -rf "$work"; else echo "kept $work"; fi
 }
 log_has() { grep -qF -- "$1" "$work/app.log"; }
 log_count() { grep -cF -- "$1" "$work/app.log"; }

@@ -5,19 +5,10 @@
 set -uo pipefail
 app=$1 fake=$2 port=$3
 work=$(mktemp -d /tmp/mendwise-tray.XXXXXX)
-failures=0 passed=0
 # shellcheck source=tests/e2e/desktop-steps.sh
 source "$(dirname "$0")/desktop-steps.sh"
-trap 'stop_all; if [ "$failures" -eq 0 ]; then rm -rf "$work"; else echo "kept $work"; fi' EXIT
+trap clean_up EXIT
 
-check() { # check NAME CONDITION-COMMAND...
-    local name=$1; shift
-    if "$@"; then
-        passed=$((passed + 1)); echo "ok: $name"
-    else
-        failures=$((failures + 1)); echo "FAILED: $name"
-    fi
-}
 # The visible window of Mendwise of this size, if any (the icon, the popover, the settings).
 window_sized() { # window_sized WIDTH HEIGHT
     local w
@@ -93,8 +84,4 @@ click_in_popover 90 175 # Quit Mendwise
 wait_for 10 sh -c "! kill -0 $app_pid 2>/dev/null"
 check "Quit Mendwise ends the program" sh -c "! kill -0 $app_pid 2>/dev/null"
 
-if [ "$failures" -ne 0 ]; then
-    echo "--- Mendwise log"; cat "$work/app.log"
-fi
-echo "$passed passed, $failures failed"
-[ "$failures" -eq 0 ]
+summary
