@@ -20,6 +20,7 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QSystemTrayIcon>
+#include <QThread>
 #include <QVBoxLayout>
 
 namespace app {
@@ -182,10 +183,11 @@ void AppDelegate::openSettings() {
 void AppDelegate::setupHotkey() {
     hotkeyManager_ = std::make_unique<HotkeyManager>(desktop_.workspace);
     const QPointer<AppDelegate> self(this);
-    hotkeyManager_->registerCallback([self](std::optional<platform::RunningApplication> app) {
-        if (self)
-            self->showPicker(app);
-    });
+    hotkeyManager_->registerCallback(
+        [self](const std::optional<platform::RunningApplication>& app) {
+            if (self)
+                self->showPicker(app);
+        });
 }
 
 void AppDelegate::showPicker(const std::optional<platform::RunningApplication>& sourceApp) {
@@ -220,9 +222,15 @@ void AppDelegate::showPicker(const std::optional<platform::RunningApplication>& 
 
     // A picker already on screen holds the keyboard, and while another client holds it GTK
     // applications report no focused element: let go first, so the new selection is found.
+    // The application takes the focus back only once it has handled that, which on a busy
+    // desktop may come after the first question; a few more are worth a short wait.
+    const bool wasHoldingKeyboard = floatingPanel_->hasKeyboardGrab();
     floatingPanel_->releaseKeyboard();
     std::optional<platform::Point> anchor;
-    if (sourceApp) {
+    for (int attempt = 0; sourceApp && !anchor && attempt < (wasHoldingKeyboard ? 6 : 1);
+         ++attempt) {
+        if (attempt > 0)
+            QThread::msleep(15);
         anchor = TextSelectionService::selectionAnchor(sourceApp->processIdentifier,
                                                        *desktop_.accessibility, *desktop_.screens);
     }
@@ -241,10 +249,10 @@ void AppDelegate::runAction(const std::optional<platform::RunningApplication>& s
     support::runInBackground<void>(
         this,
         [textService = textService_, aiService = aiService_, settings = &settings_, sourceApp,
-         customPrompt](std::stop_token stop) {
+         customPrompt](const std::stop_token& stop) {
             processSelection(*textService, *aiService, *settings, sourceApp, customPrompt, stop);
         },
-        [completion = std::move(completion)](support::Outcome<void> outcome) {
+        [completion = std::move(completion)](const support::Outcome<void>& outcome) {
             completion(outcome.error);
         });
 }
