@@ -4,14 +4,14 @@
 #include "app/AppDelegate.h"
 #include "app/DisplayCheck.h"
 #include "hotkeys/Hotkeys.h"
-#include "platform/x11/X11Accessibility.h"
+#include "platform/freedesktop/AtspiAccessibility.h"
+#include "platform/freedesktop/XdgAutostartLoginItem.h"
 #include "platform/x11/X11HotKeys.h"
 #include "platform/x11/X11KeyboardEvents.h"
 #include "platform/x11/X11KeyboardLayout.h"
 #include "platform/x11/X11Pasteboard.h"
 #include "platform/x11/X11Screens.h"
 #include "platform/x11/X11Workspace.h"
-#include "platform/x11/XdgAutostartLoginItem.h"
 #include "service/AppSettings.h"
 #include "support/Log.h"
 
@@ -99,10 +99,12 @@ int main(int argc, char** argv) {
     quitOnTerminationSignals(application);
 
     using namespace platform::x11;
-    AppSettings::setSharedLoginItem(std::make_unique<XdgAutostartLoginItem>());
+    using platform::freedesktop::AtspiAccessibility;
+    AppSettings::setSharedLoginItem(
+        std::make_unique<platform::freedesktop::XdgAutostartLoginItem>());
     Hotkeys::setPorts({X11HotKeys::create(), X11KeyboardLayout::create()});
 
-    app::Desktop desktop{std::make_shared<X11Accessibility>(), std::make_shared<X11Pasteboard>(),
+    app::Desktop desktop{std::make_shared<AtspiAccessibility>(), std::make_shared<X11Pasteboard>(),
                          std::make_shared<X11KeyboardEvents>(), std::make_shared<X11Workspace>(),
                          std::make_shared<X11Screens>()};
     app::AppDelegate delegate(

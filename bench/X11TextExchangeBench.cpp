@@ -3,7 +3,7 @@
 // (GTK 3) and of the Qt test editor, and how soon CLIPBOARD holds the selection after a
 // synthetic Ctrl+C. Needs a desktop session:
 //   tests/x11/desktop-session.sh build/bench/x11_text_exchange_bench [ROUNDS]
-#include "platform/x11/X11Accessibility.h"
+#include "platform/freedesktop/AtspiAccessibility.h"
 #include "platform/x11/X11KeyboardEvents.h"
 #include "platform/x11/X11Pasteboard.h"
 
@@ -72,8 +72,9 @@ void postCopy(KeyboardEventsPort& keyboard, std::int32_t pid) {
     }
 }
 
-void measure(const char* name, QProcess& app, int rounds, x11::X11Accessibility& accessibility,
-             x11::X11KeyboardEvents& keyboard, x11::X11Pasteboard& pasteboard) {
+void measure(const char* name, QProcess& app, int rounds,
+             freedesktop::AtspiAccessibility& accessibility, x11::X11KeyboardEvents& keyboard,
+             x11::X11Pasteboard& pasteboard) {
     const auto pid = static_cast<std::int32_t>(app.processId());
     if (!pumpUntil([&] { return activePid() == pid; }, 10000)) {
         std::printf("%s: its window never became active\n", name);
@@ -152,7 +153,7 @@ void stop(QProcess& process) {
 int main(int argc, char** argv) {
     QApplication application(argc, argv);
     const int rounds = argc > 1 ? std::max(1, atoi(argv[1])) : 20;
-    x11::X11Accessibility accessibility;
+    freedesktop::AtspiAccessibility accessibility;
     x11::X11KeyboardEvents keyboard;
     x11::X11Pasteboard pasteboard;
     if (!accessibility.setAccessibilityEnabled(true)) {

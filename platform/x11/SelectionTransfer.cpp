@@ -1,11 +1,13 @@
 #include "platform/x11/SelectionTransfer.h"
 
-#include "platform/x11/GuiThread.h"
+#include "platform/freedesktop/GuiThread.h"
 
 #include <QClipboard>
 #include <QGuiApplication>
 
 namespace platform::x11 {
+
+using freedesktop::callOnGuiThread;
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include "platform/x11/X11KeyboardEvents.h"
 
 #include "platform/VirtualKeys.h"
+#include "platform/freedesktop/Terminals.h"
 #include "platform/x11/SelectionTransfer.h"
-#include "platform/x11/Terminals.h"
 #include "platform/x11/XDisplay.h"
 
 #include <algorithm>
@@ -19,6 +19,9 @@
 #include <X11/keysym.h>
 
 namespace platform::x11 {
+
+using freedesktop::TerminalChords;
+using freedesktop::terminalChordsFor;
 
 namespace {
 

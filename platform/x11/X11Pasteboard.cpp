@@ -1,6 +1,6 @@
 #include "platform/x11/X11Pasteboard.h"
 
-#include "platform/x11/GuiThread.h"
+#include "platform/freedesktop/GuiThread.h"
 
 #include <QAbstractNativeEventFilter>
 #include <QClipboard>
@@ -14,6 +14,8 @@
 #include <xcb/xcb.h>
 
 namespace platform::x11 {
+
+using freedesktop::callOnGuiThread;
 
 namespace {
 

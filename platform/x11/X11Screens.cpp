@@ -1,12 +1,18 @@
 #include "platform/x11/X11Screens.h"
 
-#include "platform/x11/GuiThread.h"
-#include "platform/x11/ScreenMapping.h"
+#include "platform/freedesktop/GuiThread.h"
+#include "platform/freedesktop/ScreenMapping.h"
 
 #include <QCursor>
 #include <QGuiApplication>
 
 namespace platform::x11 {
+
+using freedesktop::callOnGuiThread;
+using freedesktop::currentScreenLayout;
+using freedesktop::globalFromQt;
+using freedesktop::ScreenLayout;
+using freedesktop::ScreenScale;
 
 namespace {
 

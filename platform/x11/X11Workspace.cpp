@@ -1,6 +1,6 @@
 #include "platform/x11/X11Workspace.h"
 
-#include "platform/x11/DesktopEntries.h"
+#include "platform/freedesktop/DesktopEntries.h"
 #include "platform/x11/XDisplay.h"
 
 #include <QFile>
@@ -10,6 +10,8 @@
 #include <QUrl>
 
 namespace platform::x11 {
+
+using freedesktop::DesktopEntries;
 
 class X11Workspace::Impl {
 public:

@@ -1,4 +1,4 @@
-#include "platform/x11/XdgAutostartLoginItem.h"
+#include "platform/freedesktop/XdgAutostartLoginItem.h"
 #include "service/AppSettings.h"
 #include "support/Log.h"
 #include "tests/common/TestUtil.h"
@@ -11,7 +11,7 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-using platform::x11::XdgAutostartLoginItem;
+using platform::freedesktop::XdgAutostartLoginItem;
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The accessibility backend against real applications on the accessibility bus: mousepad
 // (GTK 3) and the Qt text app.
-#include "platform/x11/X11Accessibility.h"
+#include "platform/freedesktop/AtspiAccessibility.h"
 #include "support/Log.h"
 #include "tests/common/TestUtil.h"
 #include "tests/x11/DesktopApps.h"
@@ -13,7 +13,7 @@
 
 using namespace platform;
 using namespace std::chrono_literals;
-using x11::X11Accessibility;
+using freedesktop::AtspiAccessibility;
 
 namespace {
 
@@ -124,7 +124,7 @@ protected:
         EXPECT_NEAR(caretBounds->y, bounds->y, 3);
     }
 
-    X11Accessibility accessibility;
+    AtspiAccessibility accessibility;
 };
 
 } // namespace
@@ -224,7 +224,7 @@ TEST_F(AccessibilityTest, FailuresMapOntoAccessibilityErrors) {
 TEST_F(AccessibilityTest, AHungApplicationCostsBoundedTime) {
     auto editor = x11test::startQtTextApp(sampleText, 4, 11);
     ASSERT_NE(editor, nullptr);
-    X11Accessibility impatient({300ms, 800ms});
+    AtspiAccessibility impatient({300ms, 800ms});
     const AXRef focused = focusedElementOf(editor->pid());
     ASSERT_NE(focused, nullptr);
     const AXRef app = impatient.createApplication(static_cast<std::int32_t>(editor->pid()));

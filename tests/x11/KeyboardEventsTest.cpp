@@ -1,6 +1,6 @@
 // Synthetic chords through XTest into real applications: what arrives, with which modifiers,
 // on which layout.
-#include "platform/x11/X11Accessibility.h"
+#include "platform/freedesktop/AtspiAccessibility.h"
 #include "platform/x11/X11KeyboardEvents.h"
 #include "platform/x11/X11Pasteboard.h"
 #include "tests/common/TestUtil.h"
@@ -88,7 +88,7 @@ TEST_F(KeyboardEventsTest, CopyAndPasteWorkInMousepad) {
 
     ASSERT_TRUE(pasteboard.setString(QStringLiteral("slow red")));
     postChord(keyboard, x11test::keyV, eventflags::command, pid);
-    x11::X11Accessibility accessibility;
+    freedesktop::AtspiAccessibility accessibility;
     ASSERT_TRUE(accessibility.setAccessibilityEnabled(true));
     EXPECT_TRUE(testutil::waitUntil([&] {
         const auto app = accessibility.createApplication(pid);

@@ -1,4 +1,4 @@
-#include "platform/x11/ScreenMapping.h"
+#include "platform/freedesktop/ScreenMapping.h"
 
 #include "tests/x11/GeometryPrinters.h"
 
@@ -6,7 +6,7 @@
 
 using platform::Point;
 using platform::Rect;
-using namespace platform::x11;
+using namespace platform::freedesktop;
 
 namespace {
 

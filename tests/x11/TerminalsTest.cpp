@@ -1,8 +1,8 @@
-#include "platform/x11/Terminals.h"
+#include "platform/freedesktop/Terminals.h"
 
 #include <gtest/gtest.h>
 
-using namespace platform::x11;
+using namespace platform::freedesktop;
 
 TEST(Terminals, KnownTerminalsAreRecognisedByClassOrInstanceWhateverTheCase) {
     EXPECT_EQ(terminalChordsFor(QStringLiteral("xterm"), QStringLiteral("XTerm")),

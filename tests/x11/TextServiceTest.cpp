@@ -1,6 +1,6 @@
 // The text service on the real desktop: mousepad (GTK 3), the Qt text editor and terminals,
 // read through accessibility or a synthetic copy, pasted over, and the clipboard kept.
-#include "platform/x11/X11Accessibility.h"
+#include "platform/freedesktop/AtspiAccessibility.h"
 #include "platform/x11/X11KeyboardEvents.h"
 #include "platform/x11/X11Pasteboard.h"
 #include "platform/x11/X11Screens.h"
@@ -83,7 +83,7 @@ protected:
         return axString(accessibility.copyAttributeValue(focused.value, "AXValue").value);
     }
 
-    x11::X11Accessibility accessibility;
+    freedesktop::AtspiAccessibility accessibility;
     x11::X11Pasteboard pasteboard;
     x11::X11KeyboardEvents keyboard;
     x11::X11Workspace workspace;

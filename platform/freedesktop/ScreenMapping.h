@@ -13,7 +13,7 @@
 //
 // Qt keeps each screen's top-left corner at its native position and scales only the size, so a
 // native pixel p on screen S is Qt's S.topLeft + (p - S.topLeft) / S.devicePixelRatio.
-namespace platform::x11 {
+namespace platform::freedesktop {
 
 struct ScreenScale {
     QRect geometry;  // Qt coordinates
@@ -40,4 +40,4 @@ Rect accessibilityFromNative(const Rect& native, const ScreenLayout& layout);
 // The current layout from QGuiApplication. GUI thread only.
 ScreenLayout currentScreenLayout();
 
-} // namespace platform::x11
+} // namespace platform::freedesktop

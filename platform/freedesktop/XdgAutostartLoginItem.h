@@ -4,7 +4,7 @@
 
 #include <QString>
 
-namespace platform::x11 {
+namespace platform::freedesktop {
 
 // The login item of a freedesktop session: an autostart entry, mendwise.desktop, in
 // $XDG_CONFIG_HOME/autostart (~/.config/autostart by default) that starts this executable.
@@ -25,4 +25,4 @@ private:
     QString executable_;
 };
 
-} // namespace platform::x11
+} // namespace platform::freedesktop

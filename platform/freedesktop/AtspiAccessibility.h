@@ -51,20 +51,20 @@
 // Time: every D-Bus call waits at most `call`, and one attribute read, whatever calls it makes,
 // at most `read`. Callable from any thread; converting geometry briefly asks the GUI thread
 // for the screen layout (falling back to the last one it saw).
-namespace platform::x11 {
+namespace platform::freedesktop {
 
-class X11Accessibility final : public AccessibilityPort {
+class AtspiAccessibility final : public AccessibilityPort {
 public:
     struct Timeouts {
         std::chrono::milliseconds call{1500};
         std::chrono::milliseconds read{3000};
     };
 
-    X11Accessibility();
-    explicit X11Accessibility(Timeouts timeouts);
-    ~X11Accessibility() override;
-    X11Accessibility(const X11Accessibility&) = delete;
-    X11Accessibility& operator=(const X11Accessibility&) = delete;
+    AtspiAccessibility();
+    explicit AtspiAccessibility(Timeouts timeouts);
+    ~AtspiAccessibility() override;
+    AtspiAccessibility(const AtspiAccessibility&) = delete;
+    AtspiAccessibility& operator=(const AtspiAccessibility&) = delete;
 
     bool isProcessTrusted() override;
     // Switches accessibility on when the bus answers but it is off, and prints what was done
@@ -83,4 +83,4 @@ private:
     std::unique_ptr<Impl> d_;
 };
 
-} // namespace platform::x11
+} // namespace platform::freedesktop

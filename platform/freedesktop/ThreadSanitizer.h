@@ -10,7 +10,7 @@ extern "C" void __tsan_ignore_thread_begin();
 extern "C" void __tsan_ignore_thread_end();
 #endif
 
-namespace platform::x11 {
+namespace platform::freedesktop {
 
 class ThreadSanitizerBlindSpot {
 public:
@@ -29,4 +29,4 @@ public:
     ThreadSanitizerBlindSpot& operator=(const ThreadSanitizerBlindSpot&) = delete;
 };
 
-} // namespace platform::x11
+} // namespace platform::freedesktop

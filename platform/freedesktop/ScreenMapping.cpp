@@ -1,9 +1,9 @@
-#include "platform/x11/ScreenMapping.h"
+#include "platform/freedesktop/ScreenMapping.h"
 
 #include <QGuiApplication>
 #include <QScreen>
 
-namespace platform::x11 {
+namespace platform::freedesktop {
 
 namespace {
 
@@ -79,4 +79,4 @@ ScreenLayout currentScreenLayout() {
     return layout;
 }
 
-} // namespace platform::x11
+} // namespace platform::freedesktop

@@ -7,7 +7,7 @@
 
 // The applications installed on the desktop (XDG desktop entries), read to give a running
 // application its human name ("Mousepad" rather than a window title or "mousepad").
-namespace platform::x11 {
+namespace platform::freedesktop {
 
 class DesktopEntries {
 public:
@@ -38,4 +38,4 @@ private:
     std::vector<Entry> entries_;
 };
 
-} // namespace platform::x11
+} // namespace platform::freedesktop

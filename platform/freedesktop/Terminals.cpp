@@ -1,9 +1,9 @@
-#include "platform/x11/Terminals.h"
+#include "platform/freedesktop/Terminals.h"
 
 #include <array>
 #include <string_view>
 
-namespace platform::x11 {
+namespace platform::freedesktop {
 
 namespace {
 
@@ -65,4 +65,4 @@ TerminalChords terminalChordsFor(const QString& instance, const QString& windowC
     return lookup(instance);
 }
 
-} // namespace platform::x11
+} // namespace platform::freedesktop

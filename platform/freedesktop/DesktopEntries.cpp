@@ -1,4 +1,4 @@
-#include "platform/x11/DesktopEntries.h"
+#include "platform/freedesktop/DesktopEntries.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -6,7 +6,7 @@
 #include <QFileInfo>
 #include <QSet>
 
-namespace platform::x11 {
+namespace platform::freedesktop {
 
 namespace {
 
@@ -138,4 +138,4 @@ std::optional<QString> DesktopEntries::applicationName(const QString& instance,
     return std::nullopt;
 }
 
-} // namespace platform::x11
+} // namespace platform::freedesktop

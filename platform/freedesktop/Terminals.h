@@ -4,7 +4,7 @@
 
 // Terminal emulators read Ctrl+C as "interrupt the running program" and Ctrl+V as "insert the
 // next character literally", so the copy and paste chords must be translated for them.
-namespace platform::x11 {
+namespace platform::freedesktop {
 
 enum class TerminalChords {
     none,          // not a terminal: Ctrl+C / Ctrl+V
@@ -18,4 +18,4 @@ enum class TerminalChords {
 // regard to case) takes.
 TerminalChords terminalChordsFor(const QString& instance, const QString& windowClass);
 
-} // namespace platform::x11
+} // namespace platform::freedesktop

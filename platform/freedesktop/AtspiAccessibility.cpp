@@ -1,8 +1,8 @@
-#include "platform/x11/X11Accessibility.h"
+#include "platform/freedesktop/AtspiAccessibility.h"
 
-#include "platform/x11/GuiThread.h"
-#include "platform/x11/ScreenMapping.h"
-#include "platform/x11/ThreadSanitizer.h"
+#include "platform/freedesktop/GuiThread.h"
+#include "platform/freedesktop/ScreenMapping.h"
+#include "platform/freedesktop/ThreadSanitizer.h"
 #include "support/Log.h"
 
 #include <QDBusArgument>
@@ -20,7 +20,7 @@
 #include <mutex>
 #include <variant>
 
-namespace platform::x11 {
+namespace platform::freedesktop {
 
 namespace {
 
@@ -298,7 +298,7 @@ AXResult valueResult(AXRef value) {
 
 } // namespace
 
-class X11Accessibility::Impl {
+class AtspiAccessibility::Impl {
 public:
     explicit Impl(Timeouts timeouts) : timeouts(timeouts) {}
 
@@ -848,16 +848,16 @@ public:
     ScreenLayout lastLayout;
 };
 
-X11Accessibility::X11Accessibility() : X11Accessibility(Timeouts{}) {}
-X11Accessibility::X11Accessibility(Timeouts timeouts) : d_(std::make_unique<Impl>(timeouts)) {}
-X11Accessibility::~X11Accessibility() = default;
+AtspiAccessibility::AtspiAccessibility() : AtspiAccessibility(Timeouts{}) {}
+AtspiAccessibility::AtspiAccessibility(Timeouts timeouts) : d_(std::make_unique<Impl>(timeouts)) {}
+AtspiAccessibility::~AtspiAccessibility() = default;
 
-bool X11Accessibility::isProcessTrusted() {
+bool AtspiAccessibility::isProcessTrusted() {
     const Deadline deadline(d_->timeouts.read);
     return std::holds_alternative<QString>(d_->trustedBus(deadline));
 }
 
-bool X11Accessibility::isProcessTrustedWithPrompt() {
+bool AtspiAccessibility::isProcessTrustedWithPrompt() {
     const Deadline deadline(d_->timeouts.read);
     if (!d_->busAddress(deadline)) {
         support::log(QStringLiteral(
@@ -882,23 +882,23 @@ bool X11Accessibility::isProcessTrustedWithPrompt() {
     return isProcessTrusted();
 }
 
-AXRef X11Accessibility::createApplication(std::int32_t pid) {
+AXRef AtspiAccessibility::createApplication(std::int32_t pid) {
     return makeAX(std::shared_ptr<AXElementImpl>(
         std::make_shared<AtspiElement>(pid, QString(), QString(), true)));
 }
 
-AXResult X11Accessibility::copyAttributeValue(const AXRef& element, const QString& attribute) {
+AXResult AtspiAccessibility::copyAttributeValue(const AXRef& element, const QString& attribute) {
     return d_->read(element, attribute, nullptr);
 }
 
-AXResult X11Accessibility::copyParameterizedAttributeValue(const AXRef& element,
-                                                           const QString& attribute,
-                                                           const AXRef& parameter) {
+AXResult AtspiAccessibility::copyParameterizedAttributeValue(const AXRef& element,
+                                                             const QString& attribute,
+                                                             const AXRef& parameter) {
     return d_->read(element, attribute, &parameter);
 }
 
-bool X11Accessibility::setAccessibilityEnabled(bool enabled) {
+bool AtspiAccessibility::setAccessibilityEnabled(bool enabled) {
     return d_->setEnabled(enabled);
 }
 
-} // namespace platform::x11
+} // namespace platform::freedesktop

@@ -13,7 +13,7 @@
 
 // Qt's clipboard, screens and cursor belong to the GUI thread. Ports callable from any thread
 // hop there with a bounded wait: a busy or departing GUI thread must not hang the caller.
-namespace platform::x11 {
+namespace platform::freedesktop {
 
 [[nodiscard]] inline bool onGuiThread() {
     const auto* app = QCoreApplication::instance();
@@ -67,4 +67,4 @@ std::optional<T> callOnGuiThread(std::function<T()> work, std::chrono::milliseco
     return std::move(state->result);
 }
 
-} // namespace platform::x11
+} // namespace platform::freedesktop

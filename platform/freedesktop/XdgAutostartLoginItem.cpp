@@ -1,4 +1,4 @@
-#include "platform/x11/XdgAutostartLoginItem.h"
+#include "platform/freedesktop/XdgAutostartLoginItem.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -6,7 +6,7 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
-namespace platform::x11 {
+namespace platform::freedesktop {
 
 namespace {
 
@@ -104,4 +104,4 @@ std::optional<QString> XdgAutostartLoginItem::unregisterLoginItem() {
     return std::nullopt;
 }
 
-} // namespace platform::x11
+} // namespace platform::freedesktop
