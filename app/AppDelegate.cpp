@@ -38,9 +38,11 @@ QString AppDelegate::MendwiseError::errorDescription() const {
 }
 
 AppDelegate::AppDelegate(Desktop desktop, AppSettings& settings, Options options, QObject* parent)
-    : QObject(parent), textService_(std::make_shared<TextSelectionService>(
-                           *desktop.accessibility, *desktop.pasteboard, *desktop.keyboardEvents,
-                           *desktop.workspace)),
+    : QObject(parent),
+      textService_(std::make_shared<TextSelectionService>(
+          *desktop.accessibility, *desktop.pasteboard, *desktop.keyboardEvents, *desktop.workspace,
+          desktop.replaceThroughAccessibility ? TextSelectionService::PasteRoad::accessibilityFirst
+                                              : TextSelectionService::PasteRoad::keystroke)),
       aiService_(std::make_shared<const AnthropicService>(options.endpoint, settings)),
       settings_(settings), desktop_(std::move(desktop)), options_(std::move(options)) {}
 
@@ -188,6 +190,11 @@ void AppDelegate::setupHotkey() {
             if (self)
                 self->showPicker(app);
         });
+}
+
+void AppDelegate::trigger() {
+    if (hotkeyManager_)
+        hotkeyManager_->handleHotkey();
 }
 
 void AppDelegate::showPicker(const std::optional<platform::RunningApplication>& sourceApp) {

@@ -63,6 +63,8 @@ public:
 
     void togglePopover();
     void openSettings();
+    // Acts as on a release of the trigger shortcut (`mendwise --trigger`).
+    void trigger();
     void showPicker(const std::optional<platform::RunningApplication>& sourceApp);
 
     // Reads the selection of `sourceApp`, has it rewritten with `customPrompt` (or the stored

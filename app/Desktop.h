@@ -18,6 +18,9 @@ struct Desktop {
     std::shared_ptr<platform::KeyboardEventsPort> keyboardEvents;
     std::shared_ptr<platform::WorkspacePort> workspace;
     std::shared_ptr<platform::ScreensPort> screens;
+    // Whether the answer goes in through accessibility before any keystroke: where keystrokes
+    // cannot reach other applications (Wayland).
+    bool replaceThroughAccessibility = false;
 };
 
 } // namespace app

@@ -31,11 +31,13 @@ public:
     // register(callback:): stores the callback and attaches the key-up action. Call once.
     void registerCallback(Callback newCallback);
 
+    // What a release of the trigger shortcut does; also run for `mendwise --trigger`, which a
+    // desktop without global shortcuts for programs binds in its own keyboard settings.
+    void handleHotkey();
+
     // The controller clears it at termination.
     Callback callback;
 
 private:
-    void handleHotkey();
-
     std::shared_ptr<platform::WorkspacePort> workspace_;
 };

@@ -3,20 +3,28 @@
 #include "BuildConfig.h"
 #include "app/AppDelegate.h"
 #include "app/DisplayCheck.h"
+#include "app/InstanceBus.h"
 #include "hotkeys/Hotkeys.h"
 #include "platform/freedesktop/AtspiAccessibility.h"
+#include "platform/freedesktop/QtScreens.h"
 #include "platform/freedesktop/XdgAutostartLoginItem.h"
+#include "platform/wayland/UnavailableHotKeys.h"
+#include "platform/wayland/WaylandKeyboardEvents.h"
+#include "platform/wayland/WaylandKeyboardLayout.h"
+#include "platform/wayland/WaylandPasteboard.h"
+#include "platform/wayland/WaylandWorkspace.h"
 #include "platform/x11/X11HotKeys.h"
 #include "platform/x11/X11KeyboardEvents.h"
 #include "platform/x11/X11KeyboardLayout.h"
 #include "platform/x11/X11Pasteboard.h"
-#include "platform/x11/X11Screens.h"
 #include "platform/x11/X11Workspace.h"
 #include "service/AppSettings.h"
 #include "support/Log.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QDir>
+#include <QFileInfo>
 #include <QSocketNotifier>
 #include <QSystemTrayIcon>
 #include <csignal>
@@ -69,47 +77,138 @@ void quitOnTerminationSignals(QApplication& application) {
     sigaction(SIGTERM, &action, nullptr);
 }
 
+// A Wayland display is a socket, named absolutely or under XDG_RUNTIME_DIR.
+bool canConnectToWaylandDisplay(const QString& display) {
+    const QString path = QDir::isAbsolutePath(display)
+                             ? display
+                             : qEnvironmentVariable("XDG_RUNTIME_DIR") + u'/' + display;
+    return QFileInfo(path).exists();
+}
+
+// Ports for the session's display server.
+app::Desktop makeDesktop(bool wayland) {
+    using namespace platform;
+    auto accessibility = std::make_shared<freedesktop::AtspiAccessibility>();
+    AppSettings::setSharedLoginItem(std::make_unique<freedesktop::XdgAutostartLoginItem>());
+    if (!wayland) {
+        Hotkeys::setPorts({x11::X11HotKeys::create(), x11::X11KeyboardLayout::create()});
+        return {accessibility, std::make_shared<x11::X11Pasteboard>(),
+                std::make_shared<x11::X11KeyboardEvents>(), std::make_shared<x11::X11Workspace>(),
+                std::make_shared<freedesktop::QtScreens>()};
+    }
+    // Applications answer extents in their own window's coordinates here.
+    accessibility->setScreenCoordinatesKnown(false);
+    Hotkeys::setPorts({std::make_shared<wayland::UnavailableHotKeys>(),
+                       wayland::WaylandKeyboardLayout::create()});
+    support::log(QStringLiteral(
+        "[HotkeyManager] ⚠️ This desktop gives programs no global shortcuts: bind the command "
+        "\"mendwise --trigger\" to Ctrl+Shift+J in its keyboard settings."));
+    if (!wayland::WaylandPasteboard::available()) {
+        support::log(QStringLiteral("[AppDelegate] ⚠️ wl-clipboard is not installed: Mendwise "
+                                    "cannot use the clipboard (install the wl-clipboard "
+                                    "package)."));
+    }
+    app::Desktop desktop{
+        accessibility, std::make_shared<wayland::WaylandPasteboard>(),
+        std::make_shared<wayland::WaylandKeyboardEvents>(),
+        std::make_shared<wayland::WaylandWorkspace>(accessibility),
+        std::make_shared<freedesktop::QtScreens>(freedesktop::QtScreens::Pointer::unknown)};
+    desktop.replaceThroughAccessibility = true;
+    return desktop;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
-    const app::DisplayCheck display = app::checkDisplay(
-        [](const char* name) { return qEnvironmentVariable(name); }, canConnectToDisplay);
+    // The command line first: --help, --version and --trigger need no display.
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments << QString::fromLocal8Bit(argv[i]);
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Fixes or rewrites the selected text of any application: select, press Ctrl+Shift+J."));
+    const QCommandLineOption helpOption({QStringLiteral("h"), QStringLiteral("help")},
+                                        QStringLiteral("Show this help and exit."));
+    const QCommandLineOption versionOption(QStringLiteral("version"),
+                                           QStringLiteral("Show the version and exit."));
+    const QCommandLineOption settingsOption(
+        QStringLiteral("settings"),
+        QStringLiteral("Open the settings window at start (for desktops without a tray)."));
+    const QCommandLineOption triggerOption(
+        QStringLiteral("trigger"),
+        QStringLiteral("Make the running Mendwise act as on its shortcut: bind this command to a "
+                       "key in the desktop's keyboard settings where programs get no global "
+                       "shortcuts (sway, some Wayland desktops)."));
+    parser.addOptions({helpOption, versionOption, settingsOption, triggerOption});
+    if (!parser.parse(arguments)) {
+        std::fprintf(stderr, "mendwise: %s\nTry 'mendwise --help'.\n",
+                     parser.errorText().toLocal8Bit().constData());
+        return 2;
+    }
+    if (parser.isSet(helpOption)) {
+        const QCoreApplication named(argc, argv); // "Usage: mendwise ..."
+        std::fputs(parser.helpText().toLocal8Bit().constData(), stdout);
+        return 0;
+    }
+    if (parser.isSet(versionOption)) {
+        std::printf("Mendwise %s\n", mendwise::build::version);
+        return 0;
+    }
+    if (parser.isSet(triggerOption)) {
+        const QCoreApplication client(argc, argv);
+        const QString error = app::callRunningInstance(QStringLiteral("Trigger"));
+        if (error.isEmpty())
+            return 0;
+        std::fprintf(stderr, "%s\n", error.toLocal8Bit().constData());
+        return 1;
+    }
+
+    const app::DisplayCheck display =
+        app::checkDisplay([](const char* name) { return qEnvironmentVariable(name); },
+                          canConnectToDisplay, canConnectToWaylandDisplay);
     if (display.outcome == app::DisplayCheck::Outcome::unavailable) {
         std::fprintf(stderr, "%s\n", display.message.toLocal8Bit().constData());
         return 1;
     }
     if (!display.message.isEmpty())
         support::log(display.message);
-    // Everything Mendwise does on the desktop goes through X11, also under XWayland.
-    qputenv("QT_QPA_PLATFORM", "xcb");
+    const bool wayland = display.outcome == app::DisplayCheck::Outcome::wayland;
+    qputenv("QT_QPA_PLATFORM", wayland ? "wayland" : "xcb");
+    // The compositor names our windows by this id (and matches it to the installed desktop
+    // file).
+    QGuiApplication::setDesktopFileName(QString::fromLatin1(mendwise::build::appId));
 
     QApplication application(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("Mendwise"));
     QApplication::setApplicationName(QStringLiteral("Mendwise"));
+    QApplication::setApplicationVersion(QString::fromLatin1(mendwise::build::version));
     QApplication::setQuitOnLastWindowClosed(false);
-    QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "Fixes or rewrites the selected text of any application: select, press Ctrl+Shift+J."));
-    parser.addHelpOption();
-    const QCommandLineOption settingsOption(
-        QStringLiteral("settings"),
-        QStringLiteral("Open the settings window at start (for desktops without a tray)."));
-    parser.addOption(settingsOption);
-    parser.process(application);
+
+    // One Mendwise per session: a second start shows the running one's settings.
+    app::AppDelegate* running = nullptr;
+    app::InstanceService instance({[&running] {
+                                       if (running)
+                                           running->trigger();
+                                   },
+                                   [&running] {
+                                       if (running)
+                                           running->openSettings();
+                                   }});
+    if (instance.claim() == app::InstanceService::Claim::alreadyRunning) {
+        const QString error = app::callRunningInstance(QStringLiteral("OpenSettings"));
+        if (!error.isEmpty()) {
+            std::fprintf(stderr, "%s\n", error.toLocal8Bit().constData());
+            return 1;
+        }
+        std::printf("Mendwise is already running: its settings window is open.\n");
+        return 0;
+    }
     quitOnTerminationSignals(application);
 
-    using namespace platform::x11;
-    using platform::freedesktop::AtspiAccessibility;
-    AppSettings::setSharedLoginItem(
-        std::make_unique<platform::freedesktop::XdgAutostartLoginItem>());
-    Hotkeys::setPorts({X11HotKeys::create(), X11KeyboardLayout::create()});
-
-    app::Desktop desktop{std::make_shared<AtspiAccessibility>(), std::make_shared<X11Pasteboard>(),
-                         std::make_shared<X11KeyboardEvents>(), std::make_shared<X11Workspace>(),
-                         std::make_shared<X11Screens>()};
     app::AppDelegate delegate(
-        std::move(desktop), AppSettings::shared(),
+        makeDesktop(wayland), AppSettings::shared(),
         {QApplication::applicationFilePath(), QUrl(QString::fromUtf8(apiEndpoint))});
+    running = &delegate;
     QObject::connect(&application, &QCoreApplication::aboutToQuit, &delegate,
                      &app::AppDelegate::applicationWillTerminate);
     delegate.applicationDidFinishLaunching();
@@ -119,5 +218,7 @@ int main(int argc, char** argv) {
         (!QSystemTrayIcon::isSystemTrayAvailable() && AppSettings::shared().apiKey().isEmpty())) {
         QMetaObject::invokeMethod(&delegate, &app::AppDelegate::openSettings, Qt::QueuedConnection);
     }
-    return QApplication::exec();
+    const int status = QApplication::exec();
+    running = nullptr;
+    return status;
 }

@@ -129,6 +129,10 @@ public:
     virtual AXResult copyAttributeValue(const AXRef& element, const QString& attribute) = 0;
     virtual AXResult copyParameterizedAttributeValue(const AXRef& element, const QString& attribute,
                                                      const AXRef& parameter) = 0;
+    // Writes one attribute. Setting "AXSelectedText" of a text control replaces its selection
+    // (or inserts at the caret) with the given text, without keystrokes or clipboard.
+    virtual AXError setAttributeValue(const AXRef& element, const QString& attribute,
+                                      const AXRef& value) = 0;
 };
 
 } // namespace platform

@@ -70,6 +70,11 @@ public:
     virtual void postToPid(std::int32_t pid, const KeyboardEventRef& event) = 0;
     // Delivers the event through the given tap to whatever has the keyboard focus.
     virtual void post(int tap, const KeyboardEventRef& event) = 0;
+
+    // Whether this desktop lets synthetic keystrokes reach other applications at all (a
+    // Wayland session without a keystroke channel does not). Events can still be made; they
+    // just go nowhere.
+    [[nodiscard]] virtual bool canReachApplications() const { return true; }
 };
 
 } // namespace platform

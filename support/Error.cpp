@@ -30,4 +30,16 @@ QString describeError(const std::exception_ptr& error) {
     }
 }
 
+bool isNotice(const std::exception_ptr& error) {
+    if (!error)
+        return false;
+    try {
+        std::rethrow_exception(error);
+    } catch (const Error& e) {
+        return e.isNotice();
+    } catch (...) {
+        return false;
+    }
+}
+
 } // namespace support

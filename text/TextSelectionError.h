@@ -5,12 +5,16 @@
 // Failures of text exchange with the foreground application.
 class TextSelectionError : public support::Error {
 public:
-    enum Case { copyFailed, pasteFailed, noTextSelected };
+    // The last two arise only where the desktop lets no program type into another (Wayland
+    // without a keystroke channel): the text could be neither read nor replaced another way.
+    enum Case { copyFailed, pasteFailed, noTextSelected, noAccessibleText, answerOnClipboard };
 
     explicit TextSelectionError(Case errorCase) : case_(errorCase) {}
 
     [[nodiscard]] Case errorCase() const { return case_; }
     [[nodiscard]] QString errorDescription() const override;
+    // The user has something to do (paste the answer themselves): the panel says so.
+    [[nodiscard]] bool isNotice() const override { return case_ == answerOnClipboard; }
 
 private:
     Case case_;

@@ -48,9 +48,13 @@ QString describeValue(const AXRef& value) {
 TextSelectionService::TextSelectionService(platform::AccessibilityPort& accessibility,
                                            platform::PasteboardPort& pasteboard,
                                            platform::KeyboardEventsPort& keyboardEvents,
-                                           platform::WorkspacePort& workspace)
+                                           platform::WorkspacePort& workspace, PasteRoad pasteRoad)
     : accessibility_(accessibility), pasteboard_(pasteboard), keyboardEvents_(keyboardEvents),
-      workspace_(workspace) {}
+      workspace_(workspace), pasteRoad_(pasteRoad) {}
+
+bool TextSelectionService::canPostKeystrokes() {
+    return keyboardEvents_.canReachApplications();
+}
 
 QString TextSelectionService::frontmostBundle() {
     const auto front = workspace_.frontmostApplication();
@@ -135,6 +139,12 @@ std::optional<QString> TextSelectionService::readSelectedTextViaAX(std::int32_t 
 
 QString TextSelectionService::copyViaKeystroke(const std::optional<RunningApplication>& sourceApp,
                                                const std::stop_token& stop) {
+    // Without keystrokes a copy can only fail, after emptying the user's clipboard for nothing.
+    if (!canPostKeystrokes()) {
+        say(QStringLiteral("❌ No synthetic copy: this desktop lets no program send keystrokes"));
+        support::log(separator());
+        throw TextSelectionError(TextSelectionError::noAccessibleText);
+    }
     const std::optional<QString> saved = pasteboard_.string();
     say(QStringLiteral("📌 Pasteboard BEFORE clear: ") +
         (saved ? support::quotedPreview(*saved) : QStringLiteral("empty")));
@@ -196,10 +206,41 @@ void TextSelectionService::pasteText(const QString& text, const std::stop_token&
     support::sleepFor(stop, pasteSettleWait);
     // Whoever is in front now receives the paste; the panel never took that place.
     const auto front = workspace_.frontmostApplication();
+    if (pasteRoad_ == PasteRoad::accessibilityFirst && front &&
+        replaceSelectionViaAX(front->processIdentifier, text)) {
+        say(QStringLiteral("🛣 Paste road: accessibility — the selection of ") +
+            orNil(front->bundleIdentifier) + QStringLiteral(" was replaced directly"));
+        say(QStringLiteral("✅ pasteText END"));
+        return;
+    }
+    if (!canPostKeystrokes()) {
+        say(QStringLiteral("🛣 Paste road: none — the answer stays on the clipboard"));
+        throw TextSelectionError(TextSelectionError::answerOnClipboard);
+    }
+    // Only where there is a choice of roads does the log say which one was taken.
+    if (pasteRoad_ == PasteRoad::accessibilityFirst)
+        say(QStringLiteral("🛣 Paste road: keystroke"));
     say(QStringLiteral("⌨️ Posting Cmd+V to: ") +
         orNil(front ? front->bundleIdentifier : std::nullopt));
     postCommandKeystroke(keyCodeV, front);
     say(QStringLiteral("✅ pasteText END"));
+}
+
+bool TextSelectionService::replaceSelectionViaAX(std::int32_t pid, const QString& text) {
+    if (!accessibility_.isProcessTrusted())
+        return false;
+    const AXRef application = accessibility_.createApplication(pid);
+    const AXResult focused = accessibility_.copyAttributeValue(
+        application, QLatin1String(platform::axattr::focusedUIElement));
+    if (focused.error != platform::ax::success || !focused.value)
+        return false;
+    const platform::AXError written = accessibility_.setAttributeValue(
+        focused.value, QLatin1String(platform::axattr::selectedText), platform::makeAX(text));
+    if (written != platform::ax::success) {
+        say(QStringLiteral("AX: could not replace the selection (error ") + code(written) + u')');
+        return false;
+    }
+    return true;
 }
 
 void TextSelectionService::postCommandKeystroke(std::uint16_t keyCode,

@@ -29,10 +29,16 @@ public:
     static constexpr std::uint16_t keyCodeC = 8;
     static constexpr std::uint16_t keyCodeV = 9;
 
+    // Which way the answer goes into the application. Keystrokes (the clipboard and a
+    // synthetic paste) are the way on X11; where keystrokes cannot be sent or are a detour
+    // (Wayland), writing the selection through accessibility comes first.
+    enum class PasteRoad { keystroke, accessibilityFirst };
+
     TextSelectionService(platform::AccessibilityPort& accessibility,
                          platform::PasteboardPort& pasteboard,
                          platform::KeyboardEventsPort& keyboardEvents,
-                         platform::WorkspacePort& workspace);
+                         platform::WorkspacePort& workspace,
+                         PasteRoad pasteRoad = PasteRoad::keystroke);
 
     // The text selected in `sourceApp`, never empty. Throws TextSelectionError (noTextSelected)
     // when neither accessibility nor a synthetic copy produced text.
@@ -42,7 +48,9 @@ public:
     // The selected text of the focused element of process `pid`, or none. Never fails.
     std::optional<QString> readSelectedTextViaAX(std::int32_t pid);
 
-    // Puts `text` on the pasteboard and sends Command+V to the frontmost application.
+    // Puts `text` on the pasteboard and sends Command+V to the frontmost application, or
+    // replaces its selection through accessibility (see PasteRoad). Where neither works, throws
+    // TextSelectionError (answerOnClipboard): the answer stays on the clipboard for the user.
     void pasteText(const QString& text, const std::stop_token& stop);
 
     // Posts one Command+key down and up: to `target`'s process, or through the HID event tap.
@@ -60,9 +68,14 @@ private:
                              const std::stop_token& stop);
     void restorePasteboard(const QString& saved);
     QString frontmostBundle();
+    // Whether synthetic keystrokes can be made on this desktop at all.
+    bool canPostKeystrokes();
+    // Writes `text` over the selection of the focused control of `pid` through accessibility.
+    bool replaceSelectionViaAX(std::int32_t pid, const QString& text);
 
     platform::AccessibilityPort& accessibility_;
     platform::PasteboardPort& pasteboard_;
     platform::KeyboardEventsPort& keyboardEvents_;
     platform::WorkspacePort& workspace_;
+    PasteRoad pasteRoad_;
 };

@@ -14,6 +14,7 @@
 #include <QDBusVariant>
 #include <QMap>
 #include <array>
+#include <atomic>
 #include <deque>
 #include <functional>
 #include <map>
@@ -35,12 +36,14 @@ constexpr auto accessibleInterface = "org.a11y.atspi.Accessible";
 constexpr auto textInterface = "org.a11y.atspi.Text";
 constexpr auto componentInterface = "org.a11y.atspi.Component";
 constexpr auto collectionInterface = "org.a11y.atspi.Collection";
+constexpr auto editableTextInterface = "org.a11y.atspi.EditableText";
 constexpr auto propertiesInterface = "org.freedesktop.DBus.Properties";
 
 // AT-SPI constants.
 constexpr std::uint32_t coordTypeScreen = 0;
 constexpr int stateActive = 1;
 constexpr int stateDefunct = 6;
+constexpr int stateEditable = 7;
 constexpr int stateFocused = 12;
 constexpr int stateShowing = 25;
 constexpr int stateManagesDescendants = 31;
@@ -501,7 +504,7 @@ public:
                         const QString& attribute, const AXRef* parameter,
                         const Deadline& deadline) {
         if (parameter != nullptr) {
-            if (attribute == QLatin1String(axattr::boundsForRange))
+            if (attribute == QLatin1String(axattr::boundsForRange) && screenCoordinatesKnown)
                 return boundsForRange(bus, target, *parameter, deadline);
             return errorResult(ax::parameterizedAttributeUnsupported);
         }
@@ -511,13 +514,17 @@ public:
             return selectedText(bus, target, deadline);
         if (attribute == QLatin1String(axattr::selectedTextRange))
             return selectedTextRange(bus, target, deadline);
+        if (!screenCoordinatesKnown && (attribute == QLatin1String(axattr::position) ||
+                                        attribute == QLatin1String(axattr::size)))
+            return errorResult(ax::attributeUnsupported);
         if (attribute == QLatin1String(axattr::position) ||
             attribute == QLatin1String(axattr::size))
             return extents(bus, target, attribute == QLatin1String(axattr::position), deadline);
         if (attribute == QLatin1String(valueAttribute))
             return wholeText(bus, target, deadline);
         if (element.application && attribute == QLatin1String(axattr::focusedUIElement))
-            return focusedElement(bus, element.pid, target, deadline);
+            return rememberFocus(bus, element.pid,
+                                 focusedElement(bus, element.pid, target, deadline), deadline);
         if (element.application && attribute == QLatin1String(axattr::windows))
             return windows(bus, element.pid, target, deadline);
         return errorResult(ax::attributeUnsupported);
@@ -838,8 +845,144 @@ public:
         return lastLayout;
     }
 
+    // The focused object found now, or, when the application has none at the moment (it is in
+    // the background), the one it had when last asked, as long as that is alive.
+    AXResult rememberFocus(const QString& bus, std::int32_t pid, AXResult found,
+                           const Deadline& deadline) {
+        if (found.error == ax::success) {
+            if (const auto* focused = dynamic_cast<const AtspiElement*>(found.value->element())) {
+                const std::lock_guard lock(mutex);
+                lastFocus[pid] = ObjectRef{focused->service, focused->path};
+            }
+            return found;
+        }
+        if (found.error != ax::noValue)
+            return found;
+        std::optional<ObjectRef> remembered;
+        {
+            const std::lock_guard lock(mutex);
+            if (auto known = lastFocus.find(pid); known != lastFocus.end())
+                remembered = known->second;
+        }
+        if (!remembered)
+            return found;
+        AXError error = ax::success;
+        const auto rememberedStates = states(bus, *remembered, deadline, error);
+        if (!rememberedStates || hasState(*rememberedStates, stateDefunct)) {
+            const std::lock_guard lock(mutex);
+            lastFocus.erase(pid);
+            return found;
+        }
+        return valueResult(elementRef(pid, *remembered));
+    }
+
+    AXError write(const AXRef& element, const QString& attribute, const AXRef& value) {
+        const auto* target =
+            element ? dynamic_cast<const AtspiElement*>(element->element()) : nullptr;
+        const auto text = axString(value);
+        if (target == nullptr || !text)
+            return ax::illegalArgument;
+        if (target->application || attribute != QLatin1String(axattr::selectedText))
+            return ax::attributeUnsupported;
+        const Deadline deadline(timeouts.read);
+        auto bus = trustedBus(deadline);
+        if (const auto* error = std::get_if<AXError>(&bus))
+            return *error;
+        return replaceSelection(std::get<QString>(bus), {target->service, target->path}, *text,
+                                deadline);
+    }
+
+    AXError replaceSelection(const QString& bus, const ObjectRef& target, const QString& text,
+                             const Deadline& deadline) {
+        AXError error = ax::success;
+        const auto objectStates = states(bus, target, deadline, error);
+        if (!objectStates)
+            return error;
+        if (!hasState(*objectStates, stateEditable))
+            return ax::attributeUnsupported;
+        const auto selection = firstSelection(bus, target, deadline, error);
+        if (error != ax::success)
+            return error;
+        int position = 0;
+        if (selection) {
+            const Answer deleted =
+                call(bus, target, QLatin1String(editableTextInterface),
+                     QStringLiteral("DeleteText"), {selection->start, selection->end}, deadline);
+            if (!deleted.ok())
+                return deleted.error;
+            position = selection->start;
+        } else {
+            const Answer caret = property(bus, target, QLatin1String(textInterface),
+                                          QStringLiteral("CaretOffset"), deadline);
+            const auto* offset = caret.argument<int>(0);
+            if (!caret.ok() || offset == nullptr)
+                return caret.ok() ? ax::failure : caret.error;
+            position = std::max(0, *offset);
+        }
+        // AT-SPI counts characters as Unicode code points.
+        const auto length = static_cast<int>(text.toUcs4().size());
+        const Answer inserted =
+            call(bus, target, QLatin1String(editableTextInterface), QStringLiteral("InsertText"),
+                 {position, text, length}, deadline);
+        if (!inserted.ok())
+            return inserted.error;
+        // Some toolkits answer true and do nothing (a read-only view): trust what is there.
+        const AXResult arrived = this->text(bus, target, position, position + length, deadline);
+        if (arrived.error != ax::success)
+            return arrived.error;
+        if (axString(arrived.value) != text)
+            return ax::failure;
+        call(bus, target, QLatin1String(textInterface), QStringLiteral("SetCaretOffset"),
+             {position + length}, deadline);
+        return ax::success;
+    }
+
+    std::optional<ActiveApplication> activeApplication(std::int32_t ignoredPid) {
+        const Deadline deadline(timeouts.read);
+        auto bus = trustedBus(deadline);
+        if (std::holds_alternative<AXError>(bus))
+            return std::nullopt;
+        const auto& connection = std::get<QString>(bus);
+        // Fills the registry's pid cache; every application root is then known by its pid.
+        if (std::holds_alternative<AXError>(
+                applicationRoot(connection, ignoredPid, deadline, true)) &&
+            servicePidsEmpty())
+            return std::nullopt;
+        std::map<QString, std::int32_t> applications;
+        {
+            const std::lock_guard lock(mutex);
+            applications = servicePids;
+        }
+        for (const auto& [service, pid] : applications) {
+            if (pid == ignoredPid || pid <= 0)
+                continue;
+            const ObjectRef root{service, QLatin1String(rootPath)};
+            AXError error = ax::success;
+            const auto windowRefs = children(connection, root, deadline, error);
+            if (!windowRefs)
+                continue;
+            for (const auto& window : *windowRefs) {
+                const auto windowStates = states(connection, window, deadline, error);
+                if (!windowStates || !hasState(*windowStates, stateActive))
+                    continue;
+                const Answer name = property(connection, root, QLatin1String(accessibleInterface),
+                                             QStringLiteral("Name"), deadline);
+                const auto* applicationName = name.argument<QString>(0);
+                return ActiveApplication{pid, applicationName ? *applicationName : QString()};
+            }
+        }
+        return std::nullopt;
+    }
+
+    bool servicePidsEmpty() {
+        const std::lock_guard lock(mutex);
+        return servicePids.empty();
+    }
+
     Timeouts timeouts;
+    std::atomic<bool> screenCoordinatesKnown{true};
     std::mutex mutex;
+    std::map<std::int32_t, ObjectRef> lastFocus; // pid -> its last focused object
     QString connectionName;
     QString connectedAddress;
     int generation = 0;
@@ -897,8 +1040,22 @@ AXResult AtspiAccessibility::copyParameterizedAttributeValue(const AXRef& elemen
     return d_->read(element, attribute, &parameter);
 }
 
+AXError AtspiAccessibility::setAttributeValue(const AXRef& element, const QString& attribute,
+                                              const AXRef& value) {
+    return d_->write(element, attribute, value);
+}
+
 bool AtspiAccessibility::setAccessibilityEnabled(bool enabled) {
     return d_->setEnabled(enabled);
+}
+
+void AtspiAccessibility::setScreenCoordinatesKnown(bool known) {
+    d_->screenCoordinatesKnown = known;
+}
+
+std::optional<AtspiAccessibility::ActiveApplication>
+AtspiAccessibility::activeApplication(std::int32_t ignoredPid) {
+    return d_->activeApplication(ignoredPid);
 }
 
 } // namespace platform::freedesktop

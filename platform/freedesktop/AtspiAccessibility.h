@@ -19,10 +19,11 @@
 // belongs to that process; it is looked up in the bus's registry on first use (answers
 // cannotComplete when the process has none: not running, or not accessible). Attributes:
 // - on the application: "AXRole" ("application"), "AXWindows" (its top-level windows, an array),
-//   "AXFocusedUIElement" (the object with the focused state; noValue when none, e.g. while the
-//   application is not active). Found with one Collection query the application answers
-//   itself; applications without Collection are walked, active window first, visible objects
-//   only, at most 2000 objects within the time budget;
+//   "AXFocusedUIElement" (the object with the focused state; while the application is not
+//   active, the object it last had focused when asked, if that is still alive, since that is
+//   where its focus returns: our own panel may hold the keyboard meanwhile). Found with one
+//   Collection query the application answers itself; applications without Collection are walked,
+//   active window first, visible objects only, at most 2000 objects within the time budget;
 // - on any object: "AXRole" (the AT-SPI role name: "text", "entry", "push button", ...),
 //   "AXPosition" and "AXSize" (its extents on screen);
 // - on text objects: "AXSelectedText" (the first selection; "" when nothing is selected),
@@ -74,9 +75,28 @@ public:
     AXResult copyAttributeValue(const AXRef& element, const QString& attribute) override;
     AXResult copyParameterizedAttributeValue(const AXRef& element, const QString& attribute,
                                              const AXRef& parameter) override;
+    // "AXSelectedText" of an editable text object: deletes the selection, inserts the text
+    // there (at the caret when nothing is selected), leaves the caret after it and reads it
+    // back (attributeUnsupported for objects that are not editable, failure when the text did
+    // not arrive).
+    AXError setAttributeValue(const AXRef& element, const QString& attribute,
+                              const AXRef& value) override;
 
     // Sets org.a11y.Status IsEnabled; false when the bus launcher did not take it.
     bool setAccessibilityEnabled(bool enabled);
+
+    // Under Wayland applications answer extents relative to their own window, which places
+    // nothing on screen: with false, "AXPosition", "AXSize" and "AXBoundsForRange" are
+    // unsupported instead of wrong.
+    void setScreenCoordinatesKnown(bool known);
+
+    // The application whose window is active (has the keyboard), other than `ignoredPid`
+    // (ourselves); none when no application on the bus says so.
+    struct ActiveApplication {
+        std::int32_t pid = -1;
+        QString name; // the toolkit's application name, e.g. "mousepad"
+    };
+    std::optional<ActiveApplication> activeApplication(std::int32_t ignoredPid);
 
 private:
     class Impl;

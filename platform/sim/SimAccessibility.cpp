@@ -108,6 +108,8 @@ QString AXCall::toString() const {
         return QStringLiteral("read ") + target + u' ' + attribute;
     case Kind::copyParameterizedAttributeValue:
         return QStringLiteral("readParameterized ") + target + u' ' + attribute;
+    case Kind::setAttributeValue:
+        return QStringLiteral("write ") + target + u' ' + attribute;
     }
     return {};
 }
@@ -219,6 +221,28 @@ AXResult SimDesktop::copyParameterizedAttributeValue(const AXRef& element, const
     if (!app->selectionBounds)
         return failure(ax::noValue);
     return success(makeAX(*app->selectionBounds));
+}
+
+AXError SimDesktop::setAttributeValue(const AXRef& element, const QString& attribute,
+                                      const AXRef& value) {
+    const std::lock_guard lock(state_->mutex);
+    const SimElement* target = nullptr;
+    const SimApplication* found = nullptr;
+    if (auto answer = state_->commonAttributeAnswer(AXCall::Kind::setAttributeValue, element,
+                                                    attribute, target, found))
+        return answer->error;
+    const auto text = axString(value);
+    if (target->kind() != Element::focused || attribute != QLatin1String(axattr::selectedText))
+        return ax::attributeUnsupported;
+    if (!text)
+        return ax::illegalArgument;
+    SimApplication& app = state_->applications.at(target->pid());
+    if (!app.editable)
+        return ax::attributeUnsupported;
+    const auto [start, length] = app.clampedSelection();
+    app.text.replace(start, length, *text);
+    app.selection = CFRange{start + text->size(), 0};
+    return ax::success;
 }
 
 } // namespace platform::sim

@@ -184,6 +184,12 @@ void SimDesktop::setAnswersPaste(std::int32_t pid, bool answers) {
         app->answersPaste = answers;
 }
 
+void SimDesktop::setEditable(std::int32_t pid, bool editable) {
+    const std::lock_guard lock(state_->mutex);
+    if (auto* app = state_->find(pid))
+        app->editable = editable;
+}
+
 // --- Pasteboard ------------------------------------------------------------------------------
 
 void SimDesktop::putOnPasteboard(const QString& type, const QByteArray& data) {
@@ -265,6 +271,16 @@ void SimDesktop::setEventSourceCreationFails(bool fails) {
 void SimDesktop::setHeldModifiers(CGEventFlags flags) {
     const std::lock_guard lock(state_->mutex);
     state_->heldModifiers = flags;
+}
+
+void SimDesktop::setKeystrokesReachApplications(bool reach) {
+    const std::lock_guard lock(state_->mutex);
+    state_->keystrokesReach = reach;
+}
+
+bool SimDesktop::canReachApplications() const {
+    const std::lock_guard lock(state_->mutex);
+    return state_->keystrokesReach;
 }
 
 EventSourceRef SimDesktop::createEventSource(int stateId) {

@@ -97,6 +97,7 @@ struct AXCall {
         createApplication,
         copyAttributeValue,
         copyParameterizedAttributeValue,
+        setAttributeValue,
     };
     Kind kind = Kind::isProcessTrusted;
     std::int32_t pid = -1;          // the application the element belongs to
@@ -176,6 +177,8 @@ public:
 
     void setCopyBehaviour(std::int32_t pid, CopyBehaviour behaviour);
     void setAnswersPaste(std::int32_t pid, bool answers);
+    // Whether writing "AXSelectedText" of the focused control replaces its selection.
+    void setEditable(std::int32_t pid, bool editable);
 
     // --- Accessibility trust and call record -------------------------------------------
     void setTrusted(bool trusted);
@@ -189,6 +192,8 @@ public:
     void clearPostedEvents();
     void setKeyboardEventCreationFails(bool keyDown, bool keyUp);
     void setEventSourceCreationFails(bool fails);
+    // A desktop where synthetic keystrokes reach no application (Wayland without a channel).
+    void setKeystrokesReachApplications(bool reach);
     // Modifiers held on the keyboard; new events from a hidSystemState source carry them.
     void setHeldModifiers(CGEventFlags flags);
 
@@ -213,6 +218,8 @@ public:
     AXResult copyAttributeValue(const AXRef& element, const QString& attribute) override;
     AXResult copyParameterizedAttributeValue(const AXRef& element, const QString& attribute,
                                              const AXRef& parameter) override;
+    AXError setAttributeValue(const AXRef& element, const QString& attribute,
+                              const AXRef& value) override;
 
     // --- PasteboardPort ------------------------------------------------------------------
     std::optional<QString> string() override;
@@ -227,6 +234,7 @@ public:
                                          bool keyDown) override;
     void postToPid(std::int32_t pid, const KeyboardEventRef& event) override;
     void post(int tap, const KeyboardEventRef& event) override;
+    [[nodiscard]] bool canReachApplications() const override;
 
     // --- WorkspacePort -------------------------------------------------------------------
     std::optional<RunningApplication> frontmostApplication() override;

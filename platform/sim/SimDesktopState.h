@@ -48,6 +48,8 @@ struct SimApplication {
     std::map<std::pair<Element, QString>, AXAnswer> answers;
     CopyBehaviour copy;
     bool answersPaste = true;
+    // Whether the focused control takes text written to its selection through accessibility.
+    bool editable = false;
 
     // The selected range, kept inside the text.
     [[nodiscard]] std::pair<qsizetype, qsizetype> clampedSelection() const;
@@ -92,6 +94,7 @@ struct SimDesktop::State {
     bool keyDownFails = false;
     bool keyUpFails = false;
     bool sourceFails = false;
+    bool keystrokesReach = true;
     CGEventFlags heldModifiers = 0;
     // Which source each live event was created from, to log its state when posted.
     std::map<const KeyboardEvent*, std::pair<std::weak_ptr<KeyboardEvent>, int>> eventSources;

@@ -4,44 +4,47 @@
 #include <gtest/gtest.h>
 
 using app::DisplayCheck;
+using Outcome = DisplayCheck::Outcome;
 
-namespace {
-
-DisplayCheck check(const QHash<QString, QString>& env, bool connects = true) {
-    QString triedDisplay;
-    auto result =
-        app::checkDisplay([&](const char* name) { return env.value(QString::fromLatin1(name)); },
-                          [&](const QString& display) {
-                              triedDisplay = display;
-                              return connects;
-                          });
-    return result;
-}
-
-} // namespace
-
-TEST(DisplayCheck, X11SessionRunsQuietly) {
-    const auto result = check({{"DISPLAY", ":0"}, {"XDG_SESSION_TYPE", "x11"}});
-    EXPECT_EQ(result.outcome, DisplayCheck::Outcome::x11);
-    EXPECT_TRUE(result.message.isEmpty());
-}
-
-TEST(DisplayCheck, WaylandIsToldPlainly) {
-    const auto xwayland = check({{"DISPLAY", ":0"}, {"WAYLAND_DISPLAY", "wayland-0"}});
-    EXPECT_EQ(xwayland.outcome, DisplayCheck::Outcome::xwayland);
-    EXPECT_TRUE(xwayland.message.contains(QStringLiteral("Wayland is not supported yet")));
-
-    const auto pure = check({{"XDG_SESSION_TYPE", "Wayland"}});
-    EXPECT_EQ(pure.outcome, DisplayCheck::Outcome::unavailable);
-    EXPECT_TRUE(pure.message.contains(QStringLiteral("DISPLAY is not set")));
-}
-
-TEST(DisplayCheck, MissingOrUnreachableDisplayNamesWhatIsWrong) {
-    const auto none = check({});
-    EXPECT_EQ(none.outcome, DisplayCheck::Outcome::unavailable);
-    EXPECT_TRUE(none.message.contains(QStringLiteral("DISPLAY is not set")));
-
-    const auto refused = check({{"DISPLAY", ":7"}}, false);
-    EXPECT_EQ(refused.outcome, DisplayCheck::Outcome::unavailable);
-    EXPECT_TRUE(refused.message.contains(QStringLiteral("\":7\"")));
+TEST(DisplayCheck, PrefersNativeWaylandAndNamesWhatIsWrong) {
+    struct Case {
+        QHash<QString, QString> env;
+        bool x11Connects;
+        bool waylandConnects;
+        Outcome outcome;
+        QString inMessage; // empty: no message at all
+    };
+    const Case cases[] = {
+        {{{"DISPLAY", ":0"}}, true, true, Outcome::x11, {}},
+        {{{"WAYLAND_DISPLAY", "wayland-0"}}, false, true, Outcome::wayland, {}},
+        {{{"DISPLAY", ":0"}, {"WAYLAND_DISPLAY", "wayland-0"}}, true, true, Outcome::wayland, {}},
+        {{{"DISPLAY", ":0"}, {"WAYLAND_DISPLAY", "wayland-0"}},
+         true,
+         false,
+         Outcome::x11,
+         QStringLiteral("X11 applications only")},
+        {{{"WAYLAND_DISPLAY", "wayland-9"}},
+         true,
+         false,
+         Outcome::unavailable,
+         QStringLiteral("\"wayland-9\"")},
+        {{},
+         true,
+         true,
+         Outcome::unavailable,
+         QStringLiteral("neither WAYLAND_DISPLAY nor DISPLAY")},
+        {{{"DISPLAY", ":7"}}, false, true, Outcome::unavailable, QStringLiteral("\":7\"")},
+    };
+    for (const Case& c : cases) {
+        const auto result = app::checkDisplay(
+            [&](const char* name) { return c.env.value(QString::fromLatin1(name)); },
+            [&](const QString&) { return c.x11Connects; },
+            [&](const QString&) { return c.waylandConnects; });
+        SCOPED_TRACE(c.inMessage.toStdString());
+        EXPECT_EQ(result.outcome, c.outcome);
+        if (c.inMessage.isEmpty())
+            EXPECT_TRUE(result.message.isEmpty());
+        else
+            EXPECT_TRUE(result.message.contains(c.inMessage)) << result.message.toStdString();
+    }
 }

@@ -399,3 +399,17 @@ TEST_F(TextExchangeTest, CancelledCopyEndsEarlyAndGivesTheClipboardBack) {
         EXPECT_EQ(desktop.postedEvents().empty(), cancelAfter < 200ms);
     }
 }
+
+TEST_F(TextExchangeTest, WithoutKeystrokesNoCopyIsAttemptedAndTheClipboardIsKept) {
+    desktop.setFocusedElement(editorPid, false);
+    desktop.setKeystrokesReachApplications(false);
+    desktop.setString(QStringLiteral("the user's"));
+    try {
+        inBackground([&] { return service.copySelectedText(editor, {}); });
+        ADD_FAILURE() << "a copy without any road succeeded";
+    } catch (const TextSelectionError& error) {
+        EXPECT_EQ(error.errorCase(), TextSelectionError::noAccessibleText);
+    }
+    EXPECT_EQ(desktop.string(), QStringLiteral("the user's"));
+    EXPECT_TRUE(desktop.postedEvents().empty());
+}

@@ -1,5 +1,6 @@
 #include "support/Error.h"
 #include "tests/text/TextExchangeFixture.h"
+#include "text/TextSelectionError.h"
 
 #include <QStringList>
 #include <gmock/gmock.h>
@@ -125,4 +126,54 @@ TEST_F(TextExchangeTest, EventsThatCannotBeCreatedAreSkipped) {
     ASSERT_EQ(events.size(), 2U);
     EXPECT_EQ(events[0].sourceState, -1);
     EXPECT_EQ(desktop.text(editorPid), QStringLiteral("quiet"));
+}
+
+// Where keystrokes may not reach the application (Wayland), the answer goes in through
+// accessibility; without either road it stays on the clipboard and the user is told.
+TEST_F(TextExchangeTest, WithoutKeystrokesTheAnswerTakesTheRoadThatIsLeft) {
+    struct Case {
+        bool editable;
+        bool keystrokes;
+        QString road;
+        QString textAfter;
+        bool leftOnClipboard;
+    };
+    const Case cases[] = {
+        {true, false,
+         QStringLiteral("🛣 Paste road: accessibility — the selection of "
+                        "org.example.editor was replaced directly"),
+         QStringLiteral("Hello world!"), false},
+        {true, true,
+         QStringLiteral("🛣 Paste road: accessibility — the selection of "
+                        "org.example.editor was replaced directly"),
+         QStringLiteral("Hello world!"), false},
+        {false, true, QStringLiteral("🛣 Paste road: keystroke"), QStringLiteral("Hello world!"),
+         false},
+        {false, false,
+         QStringLiteral("🛣 Paste road: none — the answer stays on the clipboard"),
+         QStringLiteral("Hello wrld!"), true},
+    };
+    for (const Case& c : cases) {
+        platform::sim::SimDesktop wayland;
+        wayland.addApplication(editor);
+        wayland.setFrontmost(editorPid);
+        wayland.setText(editorPid, QStringLiteral("Hello wrld!"), {6, 4});
+        wayland.setEditable(editorPid, c.editable);
+        wayland.setKeystrokesReachApplications(c.keystrokes);
+        TextSelectionService roads{wayland, wayland, wayland, wayland,
+                                   TextSelectionService::PasteRoad::accessibilityFirst};
+        logs.clear();
+        bool leftOnClipboard = false;
+        try {
+            inBackground([&] { roads.pasteText(QStringLiteral("world"), {}); });
+        } catch (const TextSelectionError& error) {
+            leftOnClipboard = error.errorCase() == TextSelectionError::answerOnClipboard;
+        }
+        SCOPED_TRACE(c.road.toStdString());
+        EXPECT_TRUE(logs.records().contains(tag + c.road));
+        EXPECT_EQ(wayland.text(editorPid), c.textAfter);
+        EXPECT_EQ(leftOnClipboard, c.leftOnClipboard);
+        EXPECT_EQ(wayland.string(), QStringLiteral("world"));
+        EXPECT_EQ(wayland.postedEvents().empty(), c.editable || !c.keystrokes);
+    }
 }

@@ -1,5 +1,5 @@
 // Screens and the mouse from Qt, in global bottom-left coordinates, on the 1440x900 test screen.
-#include "platform/x11/X11Screens.h"
+#include "platform/freedesktop/QtScreens.h"
 #include "tests/common/TestUtil.h"
 #include "tests/x11/DesktopApps.h"
 #include "tests/x11/GeometryPrinters.h"
@@ -10,7 +10,7 @@
 using namespace platform;
 
 TEST(Screens, TheTestScreenInGlobalCoordinates) {
-    x11::X11Screens screens;
+    freedesktop::QtScreens screens;
     const auto all = screens.screens();
     ASSERT_EQ(all.size(), 1U);
     EXPECT_EQ(all[0].frame, (Rect{0, 0, 1440, 900}));
@@ -24,7 +24,7 @@ TEST(Screens, TheTestScreenInGlobalCoordinates) {
 }
 
 TEST(Screens, TheMouseIsMeasuredFromTheBottom) {
-    x11::X11Screens screens;
+    freedesktop::QtScreens screens;
     x11test::xdotool({QStringLiteral("mousemove"), QStringLiteral("100"), QStringLiteral("200")});
     EXPECT_TRUE(testutil::waitUntil([&] {
         return screens.mouseLocation() == Point{100, 700};

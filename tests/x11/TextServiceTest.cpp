@@ -1,9 +1,9 @@
 // The text service on the real desktop: mousepad (GTK 3), the Qt text editor and terminals,
 // read through accessibility or a synthetic copy, pasted over, and the clipboard kept.
 #include "platform/freedesktop/AtspiAccessibility.h"
+#include "platform/freedesktop/QtScreens.h"
 #include "platform/x11/X11KeyboardEvents.h"
 #include "platform/x11/X11Pasteboard.h"
-#include "platform/x11/X11Screens.h"
 #include "platform/x11/X11Workspace.h"
 #include "support/Log.h"
 #include "tests/common/TestUtil.h"
@@ -87,7 +87,7 @@ protected:
     x11::X11Pasteboard pasteboard;
     x11::X11KeyboardEvents keyboard;
     x11::X11Workspace workspace;
-    x11::X11Screens screens;
+    freedesktop::QtScreens screens;
     TextSelectionService service{accessibility, pasteboard, keyboard, workspace};
 };
 

@@ -1,4 +1,4 @@
-#include "platform/x11/X11Screens.h"
+#include "platform/freedesktop/QtScreens.h"
 
 #include "platform/freedesktop/GuiThread.h"
 #include "platform/freedesktop/ScreenMapping.h"
@@ -6,13 +6,7 @@
 #include <QCursor>
 #include <QGuiApplication>
 
-namespace platform::x11 {
-
-using freedesktop::callOnGuiThread;
-using freedesktop::currentScreenLayout;
-using freedesktop::globalFromQt;
-using freedesktop::ScreenLayout;
-using freedesktop::ScreenScale;
+namespace platform::freedesktop {
 
 namespace {
 
@@ -25,7 +19,7 @@ Screen screenOf(const ScreenScale& screen, const ScreenLayout& layout) {
 
 } // namespace
 
-std::vector<Screen> X11Screens::screens() {
+std::vector<Screen> QtScreens::screens() {
     return callOnGuiThread<std::vector<Screen>>(
                [] {
                    const ScreenLayout layout = currentScreenLayout();
@@ -38,7 +32,7 @@ std::vector<Screen> X11Screens::screens() {
         .value_or(std::vector<Screen>{});
 }
 
-std::optional<Screen> X11Screens::mainScreen() {
+std::optional<Screen> QtScreens::mainScreen() {
     return callOnGuiThread<std::optional<Screen>>(
                []() -> std::optional<Screen> {
                    const ScreenLayout layout = currentScreenLayout();
@@ -51,15 +45,20 @@ std::optional<Screen> X11Screens::mainScreen() {
         .value_or(std::nullopt);
 }
 
-Point X11Screens::mouseLocation() {
+Point QtScreens::mouseLocation() {
     return callOnGuiThread<Point>(
-               [] {
+               [pointer = pointer_] {
                    if (qobject_cast<QGuiApplication*>(QCoreApplication::instance()) == nullptr)
                        return Point{};
-                   return globalFromQt(QPointF(QCursor::pos()), currentScreenLayout());
+                   const ScreenLayout layout = currentScreenLayout();
+                   if (pointer == Pointer::unknown) {
+                       const QRect main = primaryGeometry(layout);
+                       return globalFromQt(QPointF(main.center()), layout);
+                   }
+                   return globalFromQt(QPointF(QCursor::pos()), layout);
                },
                guiWait)
         .value_or(Point{});
 }
 
-} // namespace platform::x11
+} // namespace platform::freedesktop
