@@ -263,6 +263,13 @@ std::optional<std::uint32_t> usKeysymForVirtualKey(std::uint16_t virtualKey) {
 
 std::optional<std::uint16_t> virtualKeyFromQt(int qtKey, Qt::KeyboardModifiers modifiers,
                                               std::uint32_t nativeScanCode) {
+    // Named keys (Return, Escape, arrows...) by their name: a virtual keyboard (Wayland's, or a
+    // remote desktop's) numbers its keys as it likes. Character keys by their position, so
+    // that a shortcut means the same key on every layout.
+    if (qtKey >= Qt::Key_Escape) {
+        if (auto key = virtualKeyFromQtKey(qtKey, modifiers))
+            return key;
+    }
     if (nativeScanCode != 0) {
         if (auto key = virtualKeyFromXKeycode(nativeScanCode))
             return key;

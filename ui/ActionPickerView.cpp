@@ -11,6 +11,7 @@
 
 #include <QApplication>
 #include <QFocusEvent>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPointer>
 #include <QVariantAnimation>
@@ -63,7 +64,8 @@ ActionPickerView::ActionPickerView(FixTyposAction onFixTypos, CustomPromptAction
       loadingBadge_(new StatusBadge(StatusBadge::Kind::loading, this)),
       successBadge_(new StatusBadge(StatusBadge::Kind::success, this)),
       failureBadge_(new StatusBadge(StatusBadge::Kind::failure, this)),
-      field_(new InstructionField(this)), spinner_(new QVariantAnimation(this)) {
+      field_(new InstructionField(this)), notice_(new QLabel(this)),
+      spinner_(new QVariantAnimation(this)) {
     setAutoFillBackground(false);
     resize(240, 140);
 
@@ -105,6 +107,11 @@ ActionPickerView::ActionPickerView(FixTyposAction onFixTypos, CustomPromptAction
     for (auto* badge : {loadingBadge_, successBadge_, failureBadge_})
         badge->hide();
     field_->hide();
+    notice_->setWordWrap(true);
+    notice_->setAlignment(Qt::AlignCenter);
+    notice_->setStyleSheet(QStringLiteral("QLabel { color: white; background: rgba(0, 0, 0, 170); "
+                                          "border-radius: 6px; padding: 2px 4px; }"));
+    notice_->hide();
 
     spinner_->setStartValue(0.0);
     spinner_->setEndValue(360.0);
@@ -136,6 +143,10 @@ ActionPickerView::~ActionPickerView() {
 
 QString ActionPickerView::prompt() const {
     return field_->lineEdit()->text();
+}
+
+QString ActionPickerView::noticeText() const {
+    return notice_->isVisible() ? notice_->text() : QString();
 }
 
 QLineEdit* ActionPickerView::instructionField() const {
@@ -185,6 +196,7 @@ void ActionPickerView::layoutParts() {
          std::initializer_list<QWidget*>{loadingBadge_, successBadge_, failureBadge_, field_}) {
         part->move((width() - part->width()) / 2, (height() - part->height()) / 2);
     }
+    notice_->setGeometry(4, height() - 44, width() - 8, 42);
 }
 
 void ActionPickerView::handleKey(std::uint16_t keyCode) {
@@ -292,7 +304,14 @@ void ActionPickerView::finish(const std::exception_ptr& error) {
                                 [this] { dismiss(); });
     } else {
         setPhase(Phase::error(support::describeError(error)));
-        support::runOnMainAfter(this, std::chrono::milliseconds(failureDelayMs),
+        const bool notice = support::isNotice(error);
+        if (notice) {
+            notice_->setText(phase_.errorDescription());
+            notice_->show();
+            notice_->raise();
+        }
+        support::runOnMainAfter(this,
+                                std::chrono::milliseconds(notice ? noticeDelayMs : failureDelayMs),
                                 [this] { dismiss(); });
     }
 }

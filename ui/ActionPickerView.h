@@ -7,6 +7,7 @@
 #include <functional>
 
 class QAbstractButton;
+class QLabel;
 class QLineEdit;
 class QVariantAnimation;
 
@@ -59,6 +60,9 @@ public:
     // How long the outcome stays on screen before the picker dismisses itself.
     static constexpr int successDelayMs = 400;
     static constexpr int failureDelayMs = 1000;
+    // A failure that asks the user to do something (paste the answer themselves) is spelled
+    // out under the red cross, long enough to be read.
+    static constexpr int noticeDelayMs = 4000;
     // How long after the instruction field opens it receives the keyboard focus.
     static constexpr int fieldFocusDelayMs = 150;
 
@@ -85,6 +89,8 @@ public:
 
     // Parts, for tests and pictures.
     [[nodiscard]] QLineEdit* instructionField() const;
+    // The text under the red cross, empty unless the failure asks something of the user.
+    [[nodiscard]] QString noticeText() const;
     [[nodiscard]] QAbstractButton* submitButton() const;
     [[nodiscard]] QPoint buttonCenter(int index) const;
     // Whether the look has stopped moving (every transition finished).
@@ -123,6 +129,7 @@ private:
     StatusBadge* successBadge_;
     StatusBadge* failureBadge_;
     InstructionField* field_;
+    QLabel* notice_;
     QVariantAnimation* spinner_;
 
     // Row: opacity, scale, blur; badges and field: how far they have appeared.

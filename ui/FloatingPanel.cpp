@@ -37,16 +37,23 @@ constexpr int grabAttemptsMax = 40;
 // How often the cut-out shape follows the content, without a compositor.
 constexpr int shapeIntervalMs = 33;
 
+// Wayland lets no client grab the keyboard or place its windows: the panel takes the focus
+// like any window (the compositor gives it back to the application when the panel goes) and
+// stands where the compositor puts it.
+bool onWayland() {
+    return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+}
+
 } // namespace
 
 FloatingPanel::FloatingPanel()
     : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
                            Qt::NoDropShadowWindowHint),
-      fadeIn_(new QPropertyAnimation(this, "windowOpacity", this)),
-      fadeOut_(new QPropertyAnimation(this, "windowOpacity", this)), grabRetry_(new QTimer(this)),
+      fadeIn_(new QPropertyAnimation(this, "fade", this)),
+      fadeOut_(new QPropertyAnimation(this, "fade", this)), grabRetry_(new QTimer(this)),
       shapeTimer_(new QTimer(this)) {
     setAttribute(Qt::WA_TranslucentBackground);
-    setAttribute(Qt::WA_ShowWithoutActivating);
+    setAttribute(Qt::WA_ShowWithoutActivating, !onWayland());
     setAttribute(Qt::WA_X11NetWmWindowTypeUtility);
     setAttribute(Qt::WA_DeleteOnClose, false);
     setAutoFillBackground(false);
@@ -69,6 +76,13 @@ FloatingPanel::FloatingPanel()
 
 FloatingPanel::~FloatingPanel() {
     releaseKeyboard();
+}
+
+void FloatingPanel::setFade(qreal opacity) {
+    fade_ = opacity;
+    // Wayland has no window opacity for clients: the fade keeps its timing, unseen.
+    if (!onWayland())
+        setWindowOpacity(opacity);
 }
 
 void FloatingPanel::setContentView(QWidget* view) {
@@ -120,7 +134,11 @@ void FloatingPanel::show(const platform::Rect& frame) {
     fadeIn_->stop();
 
     setGeometry(qtRectFromGlobal(frame));
-    setWindowOpacity(0.0);
+    // A window whose size cannot change is a dialog to tiling compositors (sway), which float
+    // and centre it instead of tiling it across half the screen.
+    if (onWayland())
+        setFixedSize(size());
+    setFade(0.0);
     if (!isVisible())
         native::keepOnAllDesktops(this);
     composited_ = native::hasCompositor();
@@ -135,7 +153,8 @@ void FloatingPanel::show(const platform::Rect& frame) {
     raise();
     // When one of our own windows is active (the settings window), this application is the
     // one in front anyway; the panel then takes the focus from it, so keys go to the panel.
-    if (QWindow* focus = QGuiApplication::focusWindow(); focus && focus != windowHandle())
+    if (QWindow* focus = QGuiApplication::focusWindow();
+        onWayland() || (focus && focus != windowHandle()))
         activateWindow();
 
     grabAttempts_ = 0;
@@ -152,14 +171,14 @@ void FloatingPanel::hide(std::function<void()> completion) {
 
     fadeIn_->stop();
     fadeOut_->stop();
-    fadeOut_->setStartValue(windowOpacity());
+    fadeOut_->setStartValue(fade_);
     fadeOut_->start();
 }
 
 void FloatingPanel::finishHide() {
     shapeTimer_->stop();
     QWidget::hide();
-    setWindowOpacity(1.0);
+    setFade(1.0);
     // Taken out first: a completion may show or hide the panel again.
     auto completions = std::move(pendingCompletions_);
     pendingCompletions_.clear();
@@ -184,7 +203,7 @@ void FloatingPanel::cancelHide() {
 void FloatingPanel::tryGrabKeyboard() {
     grabRetry_->stop();
     QWindow* window = windowHandle();
-    if (!window || !isVisible() || keyboardGrabbed_)
+    if (!window || !isVisible() || keyboardGrabbed_ || onWayland())
         return;
     ++grabAttempts_;
     if (window->setKeyboardGrabEnabled(true)) {

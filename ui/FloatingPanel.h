@@ -25,6 +25,8 @@ namespace ui {
 // only.
 class FloatingPanel : public QWidget {
     Q_OBJECT
+    // The window's opacity as the fades animate it.
+    Q_PROPERTY(qreal fade READ fade WRITE setFade)
 public:
     static constexpr int showDurationMs = 200;
     static constexpr int hideDurationMs = 150;
@@ -36,6 +38,9 @@ public:
     // content it replaces.
     void setContentView(QWidget* view);
     [[nodiscard]] QWidget* contentView() const { return content_; }
+
+    [[nodiscard]] qreal fade() const { return fade_; }
+    void setFade(qreal opacity);
 
     // Puts the panel at `frame` (global coordinates: origin bottom-left of the primary screen,
     // y up; already clamped to a screen), transparent, in front without activating this
@@ -80,6 +85,7 @@ private:
     bool composited_ = true;
     int grabAttempts_ = 0;
     bool keyboardGrabbed_ = false;
+    qreal fade_ = 1.0;
     std::vector<std::function<void()>> pendingCompletions_;
 };
 

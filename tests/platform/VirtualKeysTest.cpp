@@ -54,6 +54,8 @@ TEST(VirtualKeys, QtEventsMapToPositionalKeys) {
     EXPECT_EQ(virtualKeyFromQt(Qt::Key_5, Qt::KeypadModifier, 0), 87);
     EXPECT_EQ(virtualKeyFromQt(Qt::Key_5, {}, 0), 23);
     EXPECT_EQ(virtualKeyFromQt(Qt::Key_Return, {}, 0), 36);
+    // A virtual keyboard numbers its keys as it likes: a named key goes by its name.
+    EXPECT_EQ(virtualKeyFromQt(Qt::Key_Return, {}, 10), 36);
     EXPECT_EQ(virtualKeyFromQt(Qt::Key_Enter, Qt::KeypadModifier, 0), 76);
     EXPECT_EQ(virtualKeyFromQt(Qt::Key_Escape, {}, 0), 53);
     EXPECT_EQ(virtualKeyFromQt(Qt::Key_F12, {}, 0), 111);
