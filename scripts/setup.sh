@@ -14,6 +14,9 @@ packages=(
     # the X11 and end-to-end tests: a virtual screen, a window manager, a tray, test clients
     xvfb openbox trayer xdotool xclip x11-utils x11-xkb-utils mousepad xterm stterm rxvt-unicode curl
     openssl python3
+    # the Wayland tests: a headless compositor, its keyboard and clipboard tools, Qt's Wayland
+    # platform, and Python's accessibility bindings to select text without modifier keys
+    sway wtype wl-clipboard qt6-wayland python3-gi gir1.2-atspi-2.0
 )
 
 missing=()

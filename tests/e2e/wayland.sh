@@ -1,0 +1,91 @@
+#!/usr/bin/env bash
+# The whole road on a native Wayland desktop (headless sway, no XWayland): the real program
+# (built against a fake Messages API on loopback), a GTK 3 editor and a Qt 6 editor holding a
+# sentence with typos. The trigger is sway's own binding of `mendwise --trigger`, fired with
+# wtype; the selection is read and replaced through the accessibility bus.
+# Runs inside tests/wayland/wayland-session.sh. Usage: wayland.sh APP FAKE_API QT_APP PORT
+set -uo pipefail
+app=$1 fake=$2 qtapp=$3 port=$4
+here=$(cd "$(dirname "$0")" && pwd)
+work=$(mktemp -d "${TMPDIR:-/tmp}/mendwise-e2e.XXXXXX")
+# shellcheck source=tests/e2e/desktop-steps.sh
+source "$here/desktop-steps.sh"
+trap clean_up EXIT
+
+document() { "$here/atspi-text.py" "$1" text; }
+# Only mapped windows are in sway's tree: Mendwise shows no window but the panel here.
+panel_visible() { swaymsg -t get_tree | grep -q '"app_id": "app.mendwise.Mendwise"'; }
+panel_hidden() { ! panel_visible; }
+focused_app() { swaymsg -t get_tree | /usr/bin/python3 -c '
+import json, sys
+def walk(n):
+    if n.get("focused"): print(n.get("app_id")); return True
+    return any(walk(c) for c in n.get("nodes", []) + n.get("floating_nodes", []))
+walk(json.load(sys.stdin))'; }
+focused_is() { test "$(focused_app)" = "$1"; }
+more_pickers_than() { test "$(log_count '[AppDelegate] 🚀 showPicker')" -gt "$1"; }
+trigger() { # presses the desktop's binding of `mendwise --trigger`; waits for the picker
+    local before
+    before=$(log_count '[AppDelegate] 🚀 showPicker')
+    wtype -M ctrl -M shift j -m shift -m ctrl
+    wait_for 5 more_pickers_than "$before"
+    wait_for 5 panel_visible
+}
+
+# A headless seat has no keyboard, and without one no window gets the keyboard focus: a virtual
+# keyboard that stays for the whole test gives the seat one.
+wtype -s 100000000 &
+pids+=($!)
+swaymsg "bindsym Ctrl+Shift+j exec $app --trigger" >/dev/null
+start_fake --answer "I have a spelling error."
+printf '%s' 'I has a speling eror.' >"$work/note.txt"
+mousepad "$work/note.txt" >"$work/mousepad.log" 2>&1 &
+pids+=($!)
+wait_for 20 focused_is mousepad || { echo "mousepad did not come up"; exit 1; }
+# Keystrokes with modifiers cannot select here (headless sway's virtual keyboards carry no
+# modifier state to clients); the accessibility bus can.
+wait_for 10 "$here/atspi-text.py" mousepad select-all || { echo "cannot select in mousepad"; exit 1; }
+start_mendwise
+
+# 1. GTK 3: the selection is read and replaced through accessibility.
+check "no panel before the trigger" panel_hidden
+trigger
+check "the trigger shows the picker for the editor" log_has '[AppDelegate] 🚀 showPicker — Mousepad'
+check "the panel is on screen and has the keyboard" focused_is app.mendwise.Mendwise
+wtype -k Return
+wait_for 10 log_has '[TextSelectionService] ✅ pasteText END'
+check "the selection was read through accessibility" log_has '[TextSelectionService] ✅ AX SUCCESS — 21 chars: "I has a speling eror."'
+check "the request carried the selection" grep -qF 'I has a speling eror.' "$work/requests.jsonl"
+check "the answer went in through accessibility" log_has '🛣 Paste road: accessibility'
+wait_for 10 panel_hidden
+check "the panel is gone after the success" panel_hidden
+check "the editor has the keyboard again" focused_is mousepad
+check "the editor holds the answer" test "$(document mousepad)" = "I have a spelling error."
+
+# 2. A server error: nothing replaced, the editor unchanged.
+printf '{"type":"error","error":{"type":"overloaded_error","message":"Overloaded"}}' >"$work/error.json"
+start_fake --status 529 --body-file "$work/error.json"
+"$here/atspi-text.py" mousepad select-all
+trigger
+wtype -k Return
+wait_for 10 log_has '❌ [API] Error: {"type":"error"'
+wait_for 10 panel_hidden
+check "a server error leaves the editor unchanged" test "$(document mousepad)" = "I have a spelling error."
+check "a server error hides the panel" panel_hidden
+
+# 3. Qt 6: the same road.
+start_fake --answer "Corrected."
+"$qtapp" --select 0,10 "Corectted. More text" >"$work/qt.log" 2>&1 &
+pids+=($!)
+wait_for 20 grep -qx ready "$work/qt.log" || { echo "the Qt editor did not come up"; exit 1; }
+trigger
+check "the trigger shows the picker for the Qt editor" log_has '[AppDelegate] 🚀 showPicker — mendwise_qt_text_app'
+wtype -k Return
+wait_for 10 grep -qx 'text:Corrected.%20More%20text' "$work/qt.log"
+check "the Qt editor holds the answer" grep -qx 'text:Corrected.%20More%20text' "$work/qt.log"
+check "the request carried the Qt selection" grep -qF '"content\":\"Corectted.\"' "$work/requests.jsonl"
+
+kill -TERM "$app_pid"
+wait_for 10 sh -c "! kill -0 $app_pid 2>/dev/null"
+check "Mendwise quits on SIGTERM" sh -c "! kill -0 $app_pid 2>/dev/null"
+summary
