@@ -12,8 +12,8 @@ QString TextSelectionError::errorDescription() const {
         return QStringLiteral("No text is currently selected.");
     case noAccessibleText:
         return QStringLiteral(
-            "This application does not share its selected text, and this desktop lets no "
-            "program type into it to copy the text.");
+            "This application does not share its text with Mendwise, and this desktop lets "
+            "no program copy it.");
     case answerOnClipboard:
         return QStringLiteral("The answer is on the clipboard: press Ctrl+V to paste it.");
     }

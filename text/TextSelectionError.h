@@ -13,8 +13,11 @@ public:
 
     [[nodiscard]] Case errorCase() const { return case_; }
     [[nodiscard]] QString errorDescription() const override;
-    // The user has something to do (paste the answer themselves): the panel says so.
-    [[nodiscard]] bool isNotice() const override { return case_ == answerOnClipboard; }
+    // The user must learn what happened (the answer is theirs to paste, or this application
+    // cannot be reached here): the panel says so.
+    [[nodiscard]] bool isNotice() const override {
+        return case_ == answerOnClipboard || case_ == noAccessibleText;
+    }
 
 private:
     Case case_;
