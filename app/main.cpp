@@ -140,21 +140,19 @@ int main(int argc, char** argv) {
                        "key in the desktop's keyboard settings where programs get no global "
                        "shortcuts (sway, some Wayland desktops)."));
     parser.addOptions({helpOption, versionOption, settingsOption, triggerOption});
-    if (!parser.parse(arguments)) {
-        std::fprintf(stderr, "mendwise: %s\nTry 'mendwise --help'.\n",
-                     parser.errorText().toLocal8Bit().constData());
-        return 2;
-    }
-    if (parser.isSet(helpOption)) {
+    // --help, --version and --trigger answer without a display. Anything else waits for the
+    // application, which first takes out Qt's own options (-platform, -style...).
+    const bool parsed = parser.parse(arguments);
+    if (parsed && parser.isSet(helpOption)) {
         const QCoreApplication named(argc, argv); // "Usage: mendwise ..."
         std::fputs(parser.helpText().toLocal8Bit().constData(), stdout);
         return 0;
     }
-    if (parser.isSet(versionOption)) {
+    if (parsed && parser.isSet(versionOption)) {
         std::printf("Mendwise %s\n", mendwise::build::version);
         return 0;
     }
-    if (parser.isSet(triggerOption)) {
+    if (parsed && parser.isSet(triggerOption)) {
         const QCoreApplication client(argc, argv);
         const QString error = app::callRunningInstance(QStringLiteral("Trigger"));
         if (error.isEmpty())
@@ -183,6 +181,11 @@ int main(int argc, char** argv) {
     QApplication::setApplicationName(QStringLiteral("Mendwise"));
     QApplication::setApplicationVersion(QString::fromLatin1(mendwise::build::version));
     QApplication::setQuitOnLastWindowClosed(false);
+    if (!parser.parse(QApplication::arguments())) {
+        std::fprintf(stderr, "mendwise: %s\nTry 'mendwise --help'.\n",
+                     parser.errorText().toLocal8Bit().constData());
+        return 2;
+    }
 
     // One Mendwise per session: a second start shows the running one's settings.
     app::AppDelegate* running = nullptr;
