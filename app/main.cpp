@@ -72,6 +72,30 @@ void quitOnTerminationSignals(QApplication& application) {
 } // namespace
 
 int main(int argc, char** argv) {
+    QCoreApplication::setOrganizationName(QStringLiteral("Mendwise"));
+    QCoreApplication::setApplicationName(QStringLiteral("Mendwise"));
+    QCoreApplication::setApplicationVersion(QString::fromUtf8(mendwise::build::version));
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Fixes or rewrites the selected text of any application: select, press Ctrl+Shift+J."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    const QCommandLineOption settingsOption(
+        QStringLiteral("settings"),
+        QStringLiteral("Open the settings window at start (for desktops without a tray)."));
+    parser.addOption(settingsOption);
+    // --help and --version answer without a display; the rest waits for the application,
+    // which takes Qt's own options out first.
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments.append(QString::fromLocal8Bit(argv[i]));
+    if (parser.parse(arguments)) {
+        if (parser.isSet(QStringLiteral("version")))
+            parser.showVersion();
+        if (parser.isSet(QStringLiteral("help")))
+            parser.showHelp();
+    }
+
     const app::DisplayCheck display = app::checkDisplay(
         [](const char* name) { return qEnvironmentVariable(name); }, canConnectToDisplay);
     if (display.outcome == app::DisplayCheck::Outcome::unavailable) {
@@ -84,17 +108,7 @@ int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "xcb");
 
     QApplication application(argc, argv);
-    QApplication::setOrganizationName(QStringLiteral("Mendwise"));
-    QApplication::setApplicationName(QStringLiteral("Mendwise"));
     QApplication::setQuitOnLastWindowClosed(false);
-    QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "Fixes or rewrites the selected text of any application: select, press Ctrl+Shift+J."));
-    parser.addHelpOption();
-    const QCommandLineOption settingsOption(
-        QStringLiteral("settings"),
-        QStringLiteral("Open the settings window at start (for desktops without a tray)."));
-    parser.addOption(settingsOption);
     parser.process(application);
     quitOnTerminationSignals(application);
 
