@@ -14,6 +14,8 @@ packages=(
     # the X11 and end-to-end tests: a virtual screen, a window manager, a tray, test clients
     xvfb openbox trayer xdotool xclip x11-utils x11-xkb-utils mousepad xterm stterm rxvt-unicode curl
     openssl python3
+    # the Debian package and its checks
+    dpkg-dev fakeroot file desktop-file-utils appstream lintian
 )
 
 missing=()
@@ -34,5 +36,7 @@ else
     exit 1
 fi
 export DEBIAN_FRONTEND=noninteractive
-"${as_root[@]}" apt-get update -qq
-"${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+# Wait for another apt or dpkg run to finish rather than fail at once.
+wait_lock=(-o DPkg::Lock::Timeout=600)
+"${as_root[@]}" apt-get "${wait_lock[@]}" update -qq
+"${as_root[@]}" apt-get "${wait_lock[@]}" install -y -qq --no-install-recommends "${missing[@]}"
