@@ -89,11 +89,10 @@ int main(int argc, char** argv) {
     QStringList arguments;
     for (int i = 0; i < argc; ++i)
         arguments.append(QString::fromLocal8Bit(argv[i]));
-    if (parser.parse(arguments)) {
-        if (parser.isSet(QStringLiteral("version")))
-            parser.showVersion();
-        if (parser.isSet(QStringLiteral("help")))
-            parser.showHelp();
+    if (parser.parse(arguments) &&
+        (parser.isSet(QStringLiteral("version")) || parser.isSet(QStringLiteral("help")))) {
+        const QCoreApplication noDisplay(argc, argv);
+        parser.process(noDisplay); // prints and exits
     }
 
     const app::DisplayCheck display = app::checkDisplay(
