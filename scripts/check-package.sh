@@ -103,7 +103,7 @@ pid=$!
 up() { grep -q '^\[AppDelegate\]' "$log" && xdotool search --onlyvisible --pid "$pid" >/dev/null; }
 for _ in $(seq 150); do up && break; kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
 if ! up; then
-    echo "Mendwise did not come up within 15 s; its output:"; cat "$log"; kill -KILL "$pid"; exit 1
+    echo "Mendwise did not come up (within 15 s); its output:"; cat "$log"; kill -KILL "$pid"; exit 1
 fi
 if ! dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
         org.freedesktop.DBus.ListActivatableNames | grep -q "\"$id\""; then
