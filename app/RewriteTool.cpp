@@ -73,12 +73,14 @@ void printError(const QString& message) {
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("mendwise-rewrite"));
+    QCoreApplication::setApplicationVersion(QString::fromUtf8(mendwise::build::version));
     // Standard output carries the answer alone.
     support::setLogOutput(STDERR_FILENO);
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QString::fromUtf8(description));
     parser.addHelpOption();
+    parser.addVersionOption();
     const QCommandLineOption promptOption(
         QStringLiteral("prompt"),
         QStringLiteral("The instruction to send instead of the stored system prompt."),
@@ -95,6 +97,12 @@ int main(int argc, char** argv) {
     }
     if (parser.isSet(QStringLiteral("help"))) {
         writeAll(STDOUT_FILENO, parser.helpText().toUtf8());
+        return 0;
+    }
+    if (parser.isSet(QStringLiteral("version"))) {
+        writeAll(STDOUT_FILENO, QStringLiteral("mendwise-rewrite %1\n")
+                                    .arg(QCoreApplication::applicationVersion())
+                                    .toUtf8());
         return 0;
     }
     if (!parser.positionalArguments().isEmpty()) {

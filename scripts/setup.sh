@@ -17,6 +17,8 @@ packages=(
     # the Wayland tests: a headless compositor, its keyboard and clipboard tools, Qt's Wayland
     # platform, and Python's accessibility bindings to select text without modifier keys
     sway wtype wl-clipboard qt6-wayland python3-gi gir1.2-atspi-2.0
+    # the Debian package and its checks
+    dpkg-dev fakeroot file desktop-file-utils appstream lintian
 )
 
 missing=()
@@ -37,5 +39,7 @@ else
     exit 1
 fi
 export DEBIAN_FRONTEND=noninteractive
-"${as_root[@]}" apt-get update -qq
-"${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+# Wait for another apt or dpkg run to finish rather than fail at once.
+wait_lock=(-o DPkg::Lock::Timeout=600)
+"${as_root[@]}" apt-get "${wait_lock[@]}" update -qq
+"${as_root[@]}" apt-get "${wait_lock[@]}" install -y -qq --no-install-recommends "${missing[@]}"

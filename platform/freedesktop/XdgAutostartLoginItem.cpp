@@ -1,5 +1,7 @@
 #include "platform/freedesktop/XdgAutostartLoginItem.h"
 
+#include "BuildConfig.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -49,17 +51,43 @@ QString escapedValue(const QString& value) {
     return escaped;
 }
 
+QString autostartFolder() {
+    // Only an absolute XDG_CONFIG_HOME counts; otherwise the default applies.
+    QString config = qEnvironmentVariable("XDG_CONFIG_HOME");
+    if (config.isEmpty() || QDir::isRelativePath(config))
+        config = QDir::homePath() + QStringLiteral("/.config");
+    return config + QStringLiteral("/autostart/");
+}
+
+std::optional<QString> removeEntry(const QString& path) {
+    // Not registered is what was asked for.
+    if (!QFileInfo::exists(path) && !QFileInfo(path).isSymLink())
+        return std::nullopt;
+    QFile file(path);
+    if (!file.remove())
+        return QStringLiteral("Could not remove %1: %2").arg(path, file.errorString());
+    return std::nullopt;
+}
+
 } // namespace
 
 XdgAutostartLoginItem::XdgAutostartLoginItem(QString executable)
     : executable_(std::move(executable)) {}
 
 QString XdgAutostartLoginItem::entryPath() {
-    // Only an absolute XDG_CONFIG_HOME counts; otherwise the default applies.
-    QString config = qEnvironmentVariable("XDG_CONFIG_HOME");
-    if (config.isEmpty() || QDir::isRelativePath(config))
-        config = QDir::homePath() + QStringLiteral("/.config");
-    return config + QStringLiteral("/autostart/mendwise.desktop");
+    return autostartFolder() + QString::fromUtf8(mendwise::build::appId) +
+           QStringLiteral(".desktop");
+}
+
+QString XdgAutostartLoginItem::legacyEntryPath() {
+    return autostartFolder() + QStringLiteral("mendwise.desktop");
+}
+
+QString XdgAutostartLoginItem::programToStart(const QString& running, const QString& installed) {
+    const QString installedTarget = QFileInfo(installed).canonicalFilePath();
+    if (!installedTarget.isEmpty() && installedTarget == QFileInfo(running).canonicalFilePath())
+        return installed;
+    return running;
 }
 
 QByteArray XdgAutostartLoginItem::entryContents(const QString& executable) {
@@ -68,7 +96,8 @@ QByteArray XdgAutostartLoginItem::entryContents(const QString& executable) {
                                         "Name=Mendwise\n"
                                         "Comment=Fix or rewrite the selected text\n"
                                         "Exec=") +
-                         escapedValue(quotedExecArgument(executable)) +
+                         escapedValue(quotedExecArgument(executable)) + QStringLiteral("\nIcon=") +
+                         QString::fromUtf8(mendwise::build::appId) +
                          QStringLiteral("\n"
                                         "Terminal=false\n"
                                         "X-GNOME-Autostart-enabled=true\n");
@@ -77,7 +106,9 @@ QByteArray XdgAutostartLoginItem::entryContents(const QString& executable) {
 
 std::optional<QString> XdgAutostartLoginItem::registerLoginItem() {
     const QString executable =
-        executable_.isEmpty() ? QCoreApplication::applicationFilePath() : executable_;
+        executable_.isEmpty() ? programToStart(QCoreApplication::applicationFilePath(),
+                                               QString::fromUtf8(mendwise::build::installedProgram))
+                              : executable_;
     if (executable.isEmpty())
         return QStringLiteral("The path of the running executable is unknown.");
     const QString path = entryPath();
@@ -90,18 +121,13 @@ std::optional<QString> XdgAutostartLoginItem::registerLoginItem() {
     file.write(entryContents(executable));
     if (!file.commit())
         return QStringLiteral("Could not write %1: %2").arg(path, file.errorString());
-    return std::nullopt;
+    return removeEntry(legacyEntryPath());
 }
 
 std::optional<QString> XdgAutostartLoginItem::unregisterLoginItem() {
-    const QString path = entryPath();
-    QFile file(path);
-    // Not registered is what was asked for.
-    if (!QFileInfo::exists(path) && !QFileInfo(path).isSymLink())
-        return std::nullopt;
-    if (!file.remove())
-        return QStringLiteral("Could not remove %1: %2").arg(path, file.errorString());
-    return std::nullopt;
+    if (std::optional<QString> error = removeEntry(entryPath()))
+        return error;
+    return removeEntry(legacyEntryPath());
 }
 
 } // namespace platform::freedesktop

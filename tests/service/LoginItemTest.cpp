@@ -33,7 +33,8 @@ QByteArray execLine(const QByteArray& entry) {
 TEST(XdgAutostartLoginItem, RegisterCreatesTheEntryAndUnregisterRemovesIt) {
     QTemporaryDir config;
     const testutil::ScopedEnv env("XDG_CONFIG_HOME", config.path());
-    const QString entry = config.path() + QStringLiteral("/autostart/mendwise.desktop");
+    const QString entry =
+        config.path() + QStringLiteral("/autostart/app.mendwise.Mendwise.desktop");
     ASSERT_EQ(XdgAutostartLoginItem::entryPath(), entry);
 
     XdgAutostartLoginItem running; // starts the running executable
@@ -54,7 +55,8 @@ TEST(XdgAutostartLoginItem, RegisterCreatesTheEntryAndUnregisterRemovesIt) {
 TEST(XdgAutostartLoginItem, EntryFollowsTheXdgConfigHomeRules) {
     QTemporaryDir home;
     const testutil::ScopedEnv homeEnv("HOME", home.path());
-    const QString fallback = home.path() + QStringLiteral("/.config/autostart/mendwise.desktop");
+    const QString fallback =
+        home.path() + QStringLiteral("/.config/autostart/app.mendwise.Mendwise.desktop");
     {
         const testutil::ScopedEnv unset("XDG_CONFIG_HOME", std::nullopt);
         EXPECT_EQ(XdgAutostartLoginItem::entryPath(), fallback);
@@ -66,6 +68,49 @@ TEST(XdgAutostartLoginItem, EntryFollowsTheXdgConfigHomeRules) {
         const testutil::ScopedEnv relative("XDG_CONFIG_HOME", QStringLiteral("relative/config"));
         EXPECT_EQ(XdgAutostartLoginItem::entryPath(), fallback);
     }
+}
+
+TEST(XdgAutostartLoginItem, TheEntryOfEarlierVersionsNeverStaysBeside) {
+    QTemporaryDir config;
+    const testutil::ScopedEnv env("XDG_CONFIG_HOME", config.path());
+    const QString legacy = config.path() + QStringLiteral("/autostart/mendwise.desktop");
+    ASSERT_EQ(XdgAutostartLoginItem::legacyEntryPath(), legacy);
+    XdgAutostartLoginItem loginItem(QStringLiteral("/usr/bin/mendwise"));
+    for (const bool registering : {true, false}) {
+        ASSERT_TRUE(QDir().mkpath(config.path() + QStringLiteral("/autostart")));
+        QFile old(legacy);
+        ASSERT_TRUE(old.open(QIODevice::WriteOnly));
+        old.close();
+        EXPECT_EQ(registering ? loginItem.registerLoginItem() : loginItem.unregisterLoginItem(),
+                  std::nullopt);
+        EXPECT_FALSE(QFileInfo::exists(legacy)) << registering;
+        EXPECT_EQ(QFileInfo::exists(XdgAutostartLoginItem::entryPath()), registering);
+    }
+}
+
+TEST(XdgAutostartLoginItem, StartsTheInstalledProgramByItsInstalledName) {
+    QTemporaryDir dir;
+    const QString program = dir.filePath(QStringLiteral("opt/mendwise"));
+    const QString link = dir.filePath(QStringLiteral("bin/mendwise"));
+    const QString build = dir.filePath(QStringLiteral("build/app/mendwise"));
+    for (const QString& path : {program, build}) {
+        ASSERT_TRUE(QDir().mkpath(QFileInfo(path).path()));
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    }
+    ASSERT_TRUE(QDir().mkpath(QFileInfo(link).path()));
+    ASSERT_TRUE(QFile::link(program, link));
+    const struct {
+        QString running, installed, expected;
+    } cases[] = {
+        {program, program, program}, // installed, run from there
+        {program, link, link},       // the installed name is a link to what runs
+        {build, link, build},        // a developer's build tree
+        {build, dir.filePath(QStringLiteral("usr/bin/mendwise")), build}, // nothing installed
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(XdgAutostartLoginItem::programToStart(c.running, c.installed), c.expected)
+            << c.running.toStdString() << " / " << c.installed.toStdString();
 }
 
 TEST(XdgAutostartLoginItem, ExecQuotesEveryPath) {
