@@ -6,6 +6,7 @@
 #include "hotkeys/Hotkeys.h"
 #include "platform/freedesktop/AtspiAccessibility.h"
 #include "platform/freedesktop/XdgAutostartLoginItem.h"
+#include "platform/x11/AccessibilityBusAddress.h"
 #include "platform/x11/X11HotKeys.h"
 #include "platform/x11/X11KeyboardEvents.h"
 #include "platform/x11/X11KeyboardLayout.h"
@@ -104,7 +105,9 @@ int main(int argc, char** argv) {
         std::make_unique<platform::freedesktop::XdgAutostartLoginItem>());
     Hotkeys::setPorts({X11HotKeys::create(), X11KeyboardLayout::create()});
 
-    app::Desktop desktop{std::make_shared<AtspiAccessibility>(), std::make_shared<X11Pasteboard>(),
+    auto accessibility = std::make_shared<AtspiAccessibility>();
+    accessibility->setBusAddressPublisher(publishAccessibilityBusAddress);
+    app::Desktop desktop{std::move(accessibility), std::make_shared<X11Pasteboard>(),
                          std::make_shared<X11KeyboardEvents>(), std::make_shared<X11Workspace>(),
                          std::make_shared<X11Screens>()};
     app::AppDelegate delegate(
