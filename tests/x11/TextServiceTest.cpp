@@ -9,11 +9,14 @@
 #include "tests/common/TestUtil.h"
 #include "tests/x11/DesktopApps.h"
 #include "tests/x11/GeometryPrinters.h"
+#include "text/BoundedAnchor.h"
 #include "text/TextSelectionError.h"
 #include "text/TextSelectionService.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QUrl>
+#include <csignal>
 #include <exception>
 #include <gtest/gtest.h>
 #include <thread>
@@ -150,6 +153,21 @@ TEST_F(TextServiceTest, TheAnchorIsBelowTheSelectionOnScreen) {
     }));
     EXPECT_GE(caret.location, 14) << "clicked at " << x << "," << y;
     EXPECT_LE(caret.location, 15) << "clicked at " << x << "," << y;
+
+    // Asked from the GUI thread with a bound: the same answer, and a hung application costs
+    // the bound and no more.
+    const auto pid = static_cast<std::int32_t>(editor->pid());
+    const auto within = [&](std::chrono::milliseconds bound) {
+        return selectionAnchorBefore(std::chrono::steady_clock::now() + bound, pid, accessibility,
+                                     screens);
+    };
+    EXPECT_EQ(within(2s), TextSelectionService::selectionAnchor(pid, accessibility, screens));
+    ASSERT_EQ(::kill(static_cast<pid_t>(pid), SIGSTOP), 0);
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_EQ(within(100ms), std::nullopt);
+    EXPECT_LT(timer.elapsed(), 150);
+    ::kill(static_cast<pid_t>(pid), SIGCONT);
 
     // Without trust there is no anchor (the caller then uses the mouse).
     ASSERT_TRUE(accessibility.setAccessibilityEnabled(false));
