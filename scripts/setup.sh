@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages Mendwise needs to build, run and test, but only those that are
 # missing. Works as root or through sudo. Used by start.sh, test.sh and CI alike.
+# Usage: setup.sh [--test-apps]   (--test-apps: also the applications the "apps" tests drive)
 set -euo pipefail
 
 packages=(
@@ -15,6 +16,12 @@ packages=(
     xvfb openbox trayer xdotool xclip x11-utils x11-xkb-utils mousepad xterm stterm rxvt-unicode curl
     openssl python3
 )
+
+# The applications people use, for the "apps" tests (label apps): GTK 4, Qt 5/KDE and
+# LibreOffice (with its GTK 3 face, which carries its accessibility).
+if [ "${1:-}" = "--test-apps" ]; then
+    packages+=(gnome-text-editor kwrite libreoffice-writer libreoffice-gtk3)
+fi
 
 missing=()
 for p in "${packages[@]}"; do
