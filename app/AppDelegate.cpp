@@ -237,7 +237,7 @@ void AppDelegate::showPicker(const std::optional<platform::RunningApplication>& 
         if (attempt > 0)
             QThread::msleep(15);
         anchor = selectionAnchorBefore(anchorDeadline, sourceApp->processIdentifier,
-                                       *desktop_.accessibility, *desktop_.screens);
+                                       desktop_.accessibility, desktop_.screens);
     }
     const platform::Point origin = placement::panelOrigin(anchor, *desktop_.screens);
     floatingPanel_->show(

@@ -11,10 +11,10 @@
 #include <mutex>
 #include <thread>
 
-std::optional<platform::Point> selectionAnchorBefore(std::chrono::steady_clock::time_point deadline,
-                                                     std::int32_t pid,
-                                                     platform::AccessibilityPort& accessibility,
-                                                     platform::ScreensPort& screens) {
+std::optional<platform::Point>
+selectionAnchorBefore(std::chrono::steady_clock::time_point deadline, std::int32_t pid,
+                      std::shared_ptr<platform::AccessibilityPort> accessibility,
+                      std::shared_ptr<platform::ScreensPort> screens) {
     if (std::chrono::steady_clock::now() >= deadline)
         return std::nullopt;
     struct Answer {
@@ -24,8 +24,9 @@ std::optional<platform::Point> selectionAnchorBefore(std::chrono::steady_clock::
         std::optional<platform::Point> anchor;
     };
     auto answer = std::make_shared<Answer>();
-    std::thread([answer, pid, &accessibility, &screens] {
-        auto anchor = TextSelectionService::selectionAnchor(pid, accessibility, screens);
+    std::thread([answer, pid, accessibility = std::move(accessibility),
+                 screens = std::move(screens)] {
+        auto anchor = TextSelectionService::selectionAnchor(pid, *accessibility, *screens);
         const std::lock_guard lock(answer->mutex);
         answer->anchor = anchor;
         answer->done = true;
