@@ -14,6 +14,7 @@ packages=(
     dbus dbus-x11 at-spi2-core
     # the X11 and end-to-end tests: a virtual screen, a window manager, a tray, test clients
     xvfb openbox trayer xdotool xclip x11-utils x11-xkb-utils mousepad xterm stterm rxvt-unicode curl
+    parcellite # a clipboard manager that refills an emptied clipboard
     openssl python3
 )
 
