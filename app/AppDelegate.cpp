@@ -9,6 +9,8 @@
 #include "service/AppSettings.h"
 #include "support/Background.h"
 #include "support/Log.h"
+#include "text/BoundedAnchor.h"
+#include "text/ExchangeTurn.h"
 #include "text/TextSelectionService.h"
 #include "ui/ActionPickerView.h"
 #include "ui/FloatingPanel.h"
@@ -233,13 +235,16 @@ void AppDelegate::showPicker(const std::optional<platform::RunningApplication>& 
     // desktop may come after the first question; a few more are worth a short wait.
     const bool wasHoldingKeyboard = floatingPanel_->hasKeyboardGrab();
     floatingPanel_->releaseKeyboard();
+    // An application slow to answer costs at most 100 ms here; the panel then stands at the
+    // mouse.
+    const auto anchorDeadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
     std::optional<platform::Point> anchor;
     for (int attempt = 0; sourceApp && !anchor && attempt < (wasHoldingKeyboard ? 6 : 1);
          ++attempt) {
         if (attempt > 0)
             QThread::msleep(15);
-        anchor = TextSelectionService::selectionAnchor(sourceApp->processIdentifier,
-                                                       *desktop_.accessibility, *desktop_.screens);
+        anchor = selectionAnchorBefore(anchorDeadline, sourceApp->processIdentifier,
+                                       desktop_.accessibility, desktop_.screens);
     }
     const platform::Point origin = placement::panelOrigin(anchor, *desktop_.screens);
     floatingPanel_->show(
@@ -269,6 +274,7 @@ void AppDelegate::processSelection(TextSelectionService& textService,
                                    const std::optional<platform::RunningApplication>& sourceApp,
                                    const std::optional<QString>& customPrompt,
                                    const std::stop_token& stop) {
+    const ExchangeTurn turn(stop);
     const QString text = textService.copySelectedText(sourceApp, stop);
     if (text.isEmpty())
         throw MendwiseError(MendwiseError::Case::noTextSelected);

@@ -6,6 +6,7 @@
 #include "app/InstanceBus.h"
 #include "hotkeys/Hotkeys.h"
 #include "platform/freedesktop/AtspiAccessibility.h"
+#include "platform/x11/AccessibilityBusAddress.h"
 #include "platform/freedesktop/QtScreens.h"
 #include "platform/freedesktop/XdgAutostartLoginItem.h"
 #include "platform/wayland/UnavailableHotKeys.h"
@@ -91,6 +92,8 @@ app::Desktop makeDesktop(bool wayland) {
     auto accessibility = std::make_shared<freedesktop::AtspiAccessibility>();
     AppSettings::setSharedLoginItem(std::make_unique<freedesktop::XdgAutostartLoginItem>());
     if (!wayland) {
+        // Qt 5 applications find the bus only through the root window.
+        accessibility->setBusAddressPublisher(x11::publishAccessibilityBusAddress);
         Hotkeys::setPorts({x11::X11HotKeys::create(), x11::X11KeyboardLayout::create()});
         return {accessibility, std::make_shared<x11::X11Pasteboard>(),
                 std::make_shared<x11::X11KeyboardEvents>(), std::make_shared<x11::X11Workspace>(),

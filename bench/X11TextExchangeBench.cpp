@@ -3,9 +3,16 @@
 // (GTK 3) and of the Qt test editor, and how soon CLIPBOARD holds the selection after a
 // synthetic Ctrl+C. Needs a desktop session:
 //   tests/x11/desktop-session.sh build/bench/x11_text_exchange_bench [ROUNDS]
+// With --active NAME it measures instead the application whose window is active, as the trigger
+// flow meets it: the whole selection read and the anchor (start the application, select some
+// text, then run it).
 #include "platform/freedesktop/AtspiAccessibility.h"
 #include "platform/x11/X11KeyboardEvents.h"
 #include "platform/x11/X11Pasteboard.h"
+#include "platform/freedesktop/QtScreens.h"
+#include "platform/x11/X11Workspace.h"
+#include "support/Log.h"
+#include "text/TextSelectionService.h"
 
 #include <QApplication>
 #include <QDir>
@@ -141,6 +148,38 @@ void measure(const char* name, QProcess& app, int rounds,
     report("clipboard filled after the key-up", fill);
 }
 
+// The anchor and the selection read of the active application, in the order of the trigger
+// flow: the anchor when the shortcut fires (each round with a port that has not met the
+// application's focus yet, its bus connection made beforehand), the read when an action is
+// chosen (the same port).
+int measureActive(const char* name, int rounds, x11::X11KeyboardEvents& keyboard,
+                  x11::X11Pasteboard& pasteboard) {
+    freedesktop::QtScreens screens;
+    x11::X11Workspace workspace;
+    const auto pid = static_cast<std::int32_t>(activePid());
+    std::vector<double> read, anchor;
+    QString text;
+    const support::LogCapture quiet; // the read's diagnostics would drown the figures
+    for (int round = 0; round < rounds; ++round) {
+        freedesktop::AtspiAccessibility accessibility;
+        accessibility.isProcessTrusted();
+        TextSelectionService service(accessibility, pasteboard, keyboard, workspace);
+        anchor.push_back(timed([&] {
+            return TextSelectionService::selectionAnchor(pid, accessibility, screens).has_value();
+        }));
+        read.push_back(timed([&] {
+            text = service.readSelectedTextViaAX(pid).value_or(QString());
+            return !text.isEmpty();
+        }));
+    }
+    std::printf("%s (pid %d): read \"%s\"\n", name, pid, qPrintable(text.left(40)));
+    for (auto* series : {&read, &anchor})
+        series->erase(std::remove(series->begin(), series->end(), -1.0), series->end());
+    report("anchor (selectionAnchor, first question)", anchor);
+    report("selection read (readSelectedTextViaAX)", read);
+    return read.empty() ? 1 : 0;
+}
+
 void stop(QProcess& process) {
     process.terminate();
     if (!process.waitForFinished(3000))
@@ -161,6 +200,8 @@ int main(int argc, char** argv) {
             "the accessibility bus does not answer: run inside tests/x11/desktop-session.sh\n");
         return 1;
     }
+    if (argc > 3 && QLatin1String(argv[2]) == QLatin1String("--active"))
+        return measureActive(argv[3], rounds, keyboard, pasteboard);
     const QString text = QStringLiteral("The quick brown fox jumps over the lazy dog\nand more");
 
     const QString path = QDir::temp().filePath(

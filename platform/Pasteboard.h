@@ -27,6 +27,10 @@ public:
     virtual std::int64_t changeCount() = 0;
     // The flavours (MIME types) currently on the pasteboard.
     virtual QStringList types() = 0;
+    // The process whose application put the current contents there: -1 when it has none or
+    // cannot be told (no owner, a clipboard manager without a window); none when this
+    // pasteboard does not know owners at all.
+    virtual std::optional<std::int32_t> ownerProcess() { return std::nullopt; }
 };
 
 } // namespace platform

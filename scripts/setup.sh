@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages Mendwise needs to build, run and test, but only those that are
 # missing. Works as root or through sudo. Used by start.sh, test.sh and CI alike.
+# Usage: setup.sh [--test-apps]   (--test-apps: also the applications the "apps" tests drive)
 set -euo pipefail
 
 packages=(
@@ -13,6 +14,7 @@ packages=(
     dbus dbus-x11 at-spi2-core
     # the X11 and end-to-end tests: a virtual screen, a window manager, a tray, test clients
     xvfb openbox trayer xdotool xclip x11-utils x11-xkb-utils mousepad xterm stterm rxvt-unicode curl
+    parcellite # a clipboard manager that refills an emptied clipboard
     openssl python3
     # the Wayland tests: a headless compositor, its keyboard and clipboard tools, Qt's Wayland
     # platform, and Python's accessibility bindings to select text without modifier keys
@@ -20,6 +22,12 @@ packages=(
     # the Debian package and its checks
     dpkg-dev fakeroot file desktop-file-utils appstream lintian
 )
+
+# The applications people use, for the "apps" tests (label apps): GTK 4, Qt 5/KDE and
+# LibreOffice (with its GTK 3 face, which carries its accessibility).
+if [ "${1:-}" = "--test-apps" ]; then
+    packages+=(gnome-text-editor kwrite libreoffice-writer libreoffice-gtk3)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

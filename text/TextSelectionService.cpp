@@ -6,6 +6,7 @@
 #include "support/Log.h"
 #include "text/TextSelectionError.h"
 
+#include <QCoreApplication>
 #include <initializer_list>
 
 using platform::AXRef;
@@ -41,6 +42,26 @@ QString describeValue(const AXRef& value) {
     if (const auto text = platform::axString(value))
         return u'"' + *text + u'"';
     return platform::axDescribe(value);
+}
+
+// The pasteboard's text, when the source application put it there. A clipboard manager that
+// refills an emptied clipboard would otherwise pass its old entry off as the selection, which
+// would then be rewritten and pasted over the user's text. Where the pasteboard cannot tell
+// owners, or there is no source application, any text counts.
+std::optional<QString> copiedBy(platform::PasteboardPort& pasteboard,
+                                const std::optional<RunningApplication>& sourceApp) {
+    if (!sourceApp)
+        return pasteboard.string();
+    const auto ownerBefore = pasteboard.ownerProcess();
+    std::optional<QString> text = pasteboard.string();
+    if (!ownerBefore)
+        return text;
+    // This process copies for applications that have no copy keystroke (xterm's PRIMARY).
+    const bool fromSource =
+        (*ownerBefore == sourceApp->processIdentifier ||
+         *ownerBefore == static_cast<std::int32_t>(QCoreApplication::applicationPid())) &&
+        pasteboard.ownerProcess() == ownerBefore;
+    return fromSource ? text : std::nullopt;
 }
 
 } // namespace
@@ -164,8 +185,9 @@ QString TextSelectionService::copyViaKeystroke(const std::optional<RunningApplic
         const auto deadline = std::chrono::steady_clock::now() + copyDeadline;
         while (std::chrono::steady_clock::now() < deadline) {
             support::sleepFor(stop, pollInterval);
-            // Any non-empty text counts; the change counter is not compared.
-            const std::optional<QString> copied = pasteboard_.string();
+            // Any non-empty text the source application put there counts; the change counter
+            // is not compared.
+            const std::optional<QString> copied = copiedBy(pasteboard_, sourceApp);
             if (copied && !copied->isEmpty()) {
                 say(QStringLiteral("📋 Pasteboard AFTER copy: ") + support::quotedPreview(*copied));
                 say(QStringLiteral("📋 Pasteboard change count: ") +

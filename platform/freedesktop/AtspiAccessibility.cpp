@@ -5,20 +5,28 @@
 #include "platform/freedesktop/ThreadSanitizer.h"
 #include "support/Log.h"
 
+#include <QCoreApplication>
 #include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
+#include <QDBusPendingCall>
 #include <QDBusVariant>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QMap>
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <deque>
 #include <functional>
 #include <map>
 #include <mutex>
+#include <set>
+#include <unistd.h>
 #include <variant>
 
 namespace platform::freedesktop {
@@ -49,7 +57,14 @@ constexpr int stateShowing = 25;
 constexpr int stateManagesDescendants = 31;
 constexpr int matchAll = 1;
 constexpr std::uint32_t sortCanonical = 1;
+constexpr int stateVisible = 30;
 constexpr int walkLimit = 2000;
+// Focused objects taken from one Collection answer: the chain from a window down.
+constexpr int collectionMatchLimit = 16;
+// Objects searched below a focused container the Collection answer ended on.
+constexpr int diveLimit = 300;
+// A container that manages its descendants is searched only when it holds this few.
+constexpr int managedChildrenLimit = 500;
 
 // An accessibility attribute that no platform header names: the whole text of a text object.
 constexpr auto valueAttribute = "AXValue";
@@ -120,8 +135,9 @@ AXError errorFor(const QDBusError& error, bool parameterized) {
 }
 
 // One argument of an answer, copied out of Qt's D-Bus message into plain values.
-using Value = std::variant<std::monostate, int, std::uint32_t, bool, QString,
-                           std::vector<ObjectRef>, std::vector<std::uint32_t>, std::array<int, 4>>;
+using Value =
+    std::variant<std::monostate, int, std::uint32_t, bool, QString, std::vector<ObjectRef>,
+                 std::vector<std::uint32_t>, std::array<int, 4>, std::vector<QString>>;
 
 // The answer of one call: its arguments, or an error code.
 struct Answer {
@@ -166,12 +182,41 @@ Value copyOut(const QVariant& value) {
         return value.toBool();
     if (type == QMetaType::fromType<QString>())
         return deepCopy(value.toString());
+    if (type == QMetaType::fromType<QStringList>()) {
+        std::vector<QString> items;
+        for (const QString& item : value.toStringList())
+            items.push_back(deepCopy(item));
+        return items;
+    }
     if (!value.canConvert<QDBusArgument>())
         return std::monostate{};
     const auto argument = value.value<QDBusArgument>();
     const QString signature = argument.currentSignature();
     if (signature == QLatin1String("a(so)"))
         return objectRefsOf(argument);
+    if (signature == QLatin1String("(so)")) {
+        // One reference (an object's parent): a list of one, or none for the null object.
+        QString service;
+        QDBusObjectPath path;
+        argument.beginStructure();
+        argument >> service >> path;
+        argument.endStructure();
+        std::vector<ObjectRef> refs;
+        if (!service.isEmpty() && !path.path().isEmpty() && path.path() != QLatin1String(nullPath))
+            refs.push_back({deepCopy(service), deepCopy(path.path())});
+        return refs;
+    }
+    if (signature == QLatin1String("as")) {
+        std::vector<QString> items;
+        argument.beginArray();
+        while (!argument.atEnd()) {
+            QString item;
+            argument >> item;
+            items.push_back(deepCopy(item));
+        }
+        argument.endArray();
+        return items;
+    }
     if (signature == QLatin1String("au")) {
         std::vector<std::uint32_t> values;
         argument.beginArray();
@@ -224,20 +269,8 @@ QVariant toQt(const Argument& argument) {
     return std::visit(Convert{}, argument);
 }
 
-// One blocking call. Everything Qt's D-Bus thread may touch (the message, its arguments, the
-// reply) is made and dropped inside the blind spot; the answer leaves as fresh copies.
-Answer exchange(const std::function<QDBusConnection()>& connection, const QString& service,
-                const QString& path, const QString& interface, const QString& method,
-                const std::vector<Argument>& arguments, int timeoutMs, bool parameterized,
+Answer answerOf(const QDBusMessage& reply, bool parameterized,
                 QDBusError::ErrorType* errorType = nullptr) {
-    [[maybe_unused]] const ThreadSanitizerBlindSpot blindSpot;
-    auto message = QDBusMessage::createMethodCall(deepCopy(service), deepCopy(path),
-                                                  deepCopy(interface), deepCopy(method));
-    QList<QVariant> values;
-    for (const Argument& argument : arguments)
-        values.append(toQt(argument));
-    message.setArguments(values);
-    const QDBusMessage reply = connection().call(message, QDBus::Block, timeoutMs);
     Answer answer;
     if (reply.type() == QDBusMessage::ErrorMessage) {
         const QDBusError error(reply);
@@ -253,6 +286,47 @@ Answer exchange(const std::function<QDBusConnection()>& connection, const QStrin
     for (const QVariant& value : replyValues)
         answer.arguments.push_back(copyOut(value));
     return answer;
+}
+
+// One blocking call. Everything Qt's D-Bus thread may touch (the message, its arguments, the
+// reply) is made and dropped inside the blind spot; the answer leaves as fresh copies.
+Answer exchange(const std::function<QDBusConnection()>& connection, const QString& service,
+                const QString& path, const QString& interface, const QString& method,
+                const std::vector<Argument>& arguments, int timeoutMs, bool parameterized,
+                QDBusError::ErrorType* errorType = nullptr) {
+    [[maybe_unused]] const ThreadSanitizerBlindSpot blindSpot;
+    auto message = QDBusMessage::createMethodCall(deepCopy(service), deepCopy(path),
+                                                  deepCopy(interface), deepCopy(method));
+    QList<QVariant> values;
+    for (const Argument& argument : arguments)
+        values.append(toQt(argument));
+    message.setArguments(values);
+    return answerOf(connection().call(message, QDBus::Block, timeoutMs), parameterized, errorType);
+}
+
+// The same method without arguments on several objects at once: all questions are sent before
+// the first answer is awaited, so a walk pays one round trip per level of the tree, not one per
+// object.
+std::vector<Answer> exchangeAll(const std::function<QDBusConnection()>& connection,
+                                const std::vector<ObjectRef>& targets, const QString& interface,
+                                const QString& method, int timeoutMs) {
+    [[maybe_unused]] const ThreadSanitizerBlindSpot blindSpot;
+    const QDBusConnection bus = connection();
+    std::vector<QDBusPendingCall> pending;
+    pending.reserve(targets.size());
+    for (const auto& target : targets) {
+        pending.push_back(bus.asyncCall(
+            QDBusMessage::createMethodCall(deepCopy(target.service), deepCopy(target.path),
+                                           deepCopy(interface), deepCopy(method)),
+            timeoutMs));
+    }
+    std::vector<Answer> answers;
+    answers.reserve(pending.size());
+    for (auto& call : pending) {
+        call.waitForFinished();
+        answers.push_back(answerOf(call.reply(), false));
+    }
+    return answers;
 }
 
 std::optional<std::vector<ObjectRef>> objectRefs(const Answer& answer) {
@@ -579,68 +653,182 @@ public:
         return valueResult(makeAX(std::move(items)));
     }
 
+    // The object that holds the focus: the deepest focused object that offers Text, else the
+    // deepest focused one. Toolkits mark a whole chain focused (LibreOffice: a panel, then the
+    // paragraph below it), and Qt 5 marks unrelated objects focused too (KDE's status bar
+    // buttons), so the first focused object is often not the one.
     AXResult focusedElement(const QString& bus, std::int32_t pid, const ObjectRef& root,
                             const Deadline& deadline) {
-        // Collection: the application searches its own tree in one call.
+        // The object found last time, while it keeps the focus: a second question (the read
+        // after the anchor) then costs one call.
+        if (auto known = lastFocus(pid);
+            known && known->service == root.service && stillFocused(bus, *known, deadline))
+            return valueResult(elementRef(pid, *known));
+        // Collection: the application searches its own tree, in document order, so later
+        // matches lie deeper.
         const Answer answer =
             call(bus, root, QLatin1String(collectionInterface), QStringLiteral("GetMatches"),
-                 {FocusedRule{}, sortCanonical, 1, true}, deadline);
+                 {FocusedRule{}, sortCanonical, collectionMatchLimit, true}, deadline);
+        FocusChain chain;
+        AXError walked = ax::success;
         if (answer.ok()) {
             const auto matches = objectRefs(answer);
             if (!matches)
                 return errorResult(ax::failure);
-            if (matches->empty())
-                return errorResult(ax::noValue);
-            return valueResult(elementRef(pid, matches->front()));
-        }
-        if (answer.error != ax::attributeUnsupported)
+            int depth = 0;
+            for (const auto& match : *matches)
+                chain.push_back({match, offersText(bus, match, deadline), depth++});
+            // A focused container may still hold a focused object the search did not reach
+            // (one that manages its descendants).
+            if (!chain.empty() && !chain.back().text)
+                searchBelow(bus, {{chain.back().ref, depth}}, deadline, chain, diveLimit, true);
+        } else if (answer.error == ax::attributeUnsupported) {
+            walked = walkForFocus(bus, root, deadline, chain);
+        } else {
             return errorResult(answer.error);
-        return walkForFocus(bus, pid, root, deadline);
+        }
+        if (chain.empty())
+            return errorResult(walked == ax::success ? ax::noValue : walked);
+        const ObjectRef& found = pick(chain);
+        remember(pid, found);
+        return valueResult(elementRef(pid, found));
     }
 
-    // Breadth first through the windows, the active one first, into showing objects only.
-    AXResult walkForFocus(const QString& bus, std::int32_t pid, const ObjectRef& root,
-                          const Deadline& deadline) {
+    struct Focused {
+        ObjectRef ref;
+        bool text = false;
+        int depth = 0;
+    };
+    using FocusChain = std::vector<Focused>;
+    using Queue = std::deque<std::pair<ObjectRef, int>>; // object, depth
+
+    static const ObjectRef& pick(const FocusChain& chain) {
+        const Focused* best = nullptr;
+        for (const auto& focused : chain) {
+            if (focused.text && (best == nullptr || focused.depth > best->depth))
+                best = &focused;
+        }
+        return best != nullptr ? best->ref : chain.back().ref;
+    }
+
+    std::optional<ObjectRef> lastFocus(std::int32_t pid) {
+        const std::lock_guard lock(mutex);
+        const auto known = lastFocused.find(pid);
+        return known != lastFocused.end() ? std::optional(known->second) : std::nullopt;
+    }
+
+    void remember(std::int32_t pid, const ObjectRef& focused) {
+        const std::lock_guard lock(mutex);
+        lastFocused[pid] = focused;
+    }
+
+    // Still focused, on screen, and with nothing focused below it.
+    bool stillFocused(const QString& bus, const ObjectRef& target, const Deadline& deadline) {
+        AXError error = ax::success;
+        const auto targetStates = states(bus, target, deadline, error);
+        if (!targetStates || !hasState(*targetStates, stateFocused) ||
+            hasState(*targetStates, stateDefunct) ||
+            !(hasState(*targetStates, stateShowing) || hasState(*targetStates, stateVisible)))
+            return false;
+        FocusChain below;
+        searchBelow(bus, {{target, 0}}, deadline, below, diveLimit, true);
+        return below.empty();
+    }
+
+    bool offersText(const QString& bus, const ObjectRef& target, const Deadline& deadline) {
+        const Answer answer = call(bus, target, QLatin1String(accessibleInterface),
+                                   QStringLiteral("GetInterfaces"), {}, deadline);
+        const auto* names = answer.argument<std::vector<QString>>(0);
+        return names != nullptr && std::find(names->begin(), names->end(),
+                                             QLatin1String(textInterface)) != names->end();
+    }
+
+    // Without Collection: breadth first from the windows, the active one first (see
+    // searchBelow). cannotComplete when the time or
+    // the object budget ran out first, the error when the application did not answer.
+    AXError walkForFocus(const QString& bus, const ObjectRef& root, const Deadline& deadline,
+                         FocusChain& chain) {
         AXError error = ax::success;
         const auto windowRefs = children(bus, root, deadline, error);
         if (!windowRefs)
-            return errorResult(error);
-        std::deque<ObjectRef> queue;
+            return error;
+        Queue queue;
         for (const auto& window : *windowRefs) {
             const auto windowStates = states(bus, window, deadline, error);
             if (!windowStates)
                 continue;
-            if (hasState(*windowStates, stateFocused))
-                return valueResult(elementRef(pid, window));
+            if (hasState(*windowStates, stateFocused)) {
+                chain.push_back({window, offersText(bus, window, deadline), 0});
+                queue = {{window, 0}};
+                break;
+            }
             if (hasState(*windowStates, stateActive))
-                queue.push_front(window);
+                queue.emplace_front(window, 0);
             else if (hasState(*windowStates, stateShowing))
-                queue.push_back(window);
+                queue.emplace_back(window, 0);
         }
+        return searchBelow(bus, std::move(queue), deadline, chain, walkLimit, !chain.empty())
+                   ? ax::success
+                   : ax::cannotComplete;
+    }
+
+    // Breadth first below the queued objects, adding every focused object to `chain`. The
+    // subtrees of focused objects come first; the rest of the tree only while no focused
+    // object that offers Text has been found (Qt 5 marks unrelated objects focused, so the
+    // first focused subtree may not hold the text). Objects on screen only: showing, or
+    // visible where the toolkit never says showing (GTK 4). False when the time or the object
+    // budget ran out first.
+    bool searchBelow(const QString& bus, Queue queue, const Deadline& deadline, FocusChain& chain,
+                     int limit, bool focusedStart = false) {
+        Queue focusedSubtrees;
+        if (focusedStart)
+            std::swap(queue, focusedSubtrees);
+        const auto foundText = [&chain] {
+            return std::any_of(chain.begin(), chain.end(),
+                               [](const Focused& focused) { return focused.text; });
+        };
         int visited = 0;
-        while (!queue.empty() && visited < walkLimit) {
-            if (deadline.remainingMs(timeouts.call) <= 0)
-                return errorResult(ax::cannotComplete);
-            const ObjectRef node = queue.front();
-            queue.pop_front();
+        AXError error = ax::success;
+        while (!focusedSubtrees.empty() || (!queue.empty() && !foundText())) {
+            const bool inFocus = !focusedSubtrees.empty();
+            Queue& from = inFocus ? focusedSubtrees : queue;
+            const auto [node, depth] = from.front();
+            from.pop_front();
             const auto kids = children(bus, node, deadline, error);
-            if (!kids)
+            if (!kids || kids->empty())
                 continue;
-            for (const auto& kid : *kids) {
-                ++visited;
-                const auto kidStates = states(bus, kid, deadline, error);
+            const int timeout = deadline.remainingMs(timeouts.call);
+            if (timeout <= 0)
+                return false;
+            const std::vector<Answer> kidAnswers = exchangeAll(
+                [&bus] { return QDBusConnection(deepCopy(bus)); }, *kids,
+                QLatin1String(accessibleInterface), QStringLiteral("GetState"), timeout);
+            for (std::size_t i = 0; i < kids->size(); ++i) {
+                const ObjectRef& kid = (*kids)[i];
+                if (++visited > limit)
+                    return false;
+                const auto kidStates = uintArray(kidAnswers[i]);
                 if (!kidStates || hasState(*kidStates, stateDefunct) ||
-                    !hasState(*kidStates, stateShowing))
+                    !(hasState(*kidStates, stateShowing) || hasState(*kidStates, stateVisible)))
                     continue;
-                if (hasState(*kidStates, stateFocused))
-                    return valueResult(elementRef(pid, kid));
-                if (!hasState(*kidStates, stateManagesDescendants))
-                    queue.push_back(kid);
+                const bool focused = hasState(*kidStates, stateFocused);
+                if (focused)
+                    chain.push_back({kid, offersText(bus, kid, deadline), depth + 1});
+                // A table or list that manages its descendants may hold millions of them.
+                if (hasState(*kidStates, stateManagesDescendants) &&
+                    childCount(bus, kid, deadline) > managedChildrenLimit)
+                    continue;
+                (inFocus || focused ? focusedSubtrees : queue).emplace_back(kid, depth + 1);
             }
         }
-        if (deadline.remainingMs(timeouts.call) <= 0)
-            return errorResult(ax::cannotComplete);
-        return errorResult(ax::noValue);
+        return true;
+    }
+
+    int childCount(const QString& bus, const ObjectRef& target, const Deadline& deadline) {
+        const Answer answer = property(bus, target, QLatin1String(accessibleInterface),
+                                       QStringLiteral("ChildCount"), deadline);
+        const auto* count = answer.argument<int>(0);
+        return count != nullptr ? *count : INT32_MAX;
     }
 
     struct Selection {
@@ -698,9 +886,50 @@ public:
         const auto selection = firstSelection(bus, target, deadline, error);
         if (error != ax::success)
             return errorResult(error);
+        if (auto joined = selectionAcrossParagraphs(bus, target, deadline))
+            return valueResult(makeAX(*joined));
         if (!selection)
             return valueResult(makeAX(QString()));
         return text(bus, target, selection->start, selection->end, deadline);
+    }
+
+    // A document that exposes one object per paragraph (LibreOffice) keeps a selection over
+    // several paragraphs as one selection in each; the focused one holds only its own part.
+    // The parts are joined in document order, one line each. None when the target is not such
+    // a paragraph or nothing is selected.
+    std::optional<QString> selectionAcrossParagraphs(const QString& bus, const ObjectRef& target,
+                                                     const Deadline& deadline) {
+        const Answer roleAnswer = call(bus, target, QLatin1String(accessibleInterface),
+                                       QStringLiteral("GetRoleName"), {}, deadline);
+        const auto* roleName = roleAnswer.argument<QString>(0);
+        if (roleName == nullptr ||
+            (*roleName != QLatin1String("paragraph") && *roleName != QLatin1String("heading")))
+            return std::nullopt;
+        const Answer parentAnswer = property(bus, target, QLatin1String(accessibleInterface),
+                                             QStringLiteral("Parent"), deadline);
+        const auto parent = objectRefs(parentAnswer);
+        if (!parent || parent->empty())
+            return std::nullopt;
+        AXError error = ax::success;
+        const auto parentStates = states(bus, parent->front(), deadline, error);
+        if (!parentStates || !hasState(*parentStates, stateManagesDescendants) ||
+            childCount(bus, parent->front(), deadline) > managedChildrenLimit)
+            return std::nullopt;
+        const auto paragraphs = children(bus, parent->front(), deadline, error);
+        if (!paragraphs)
+            return std::nullopt;
+        QStringList parts;
+        for (const auto& paragraph : *paragraphs) {
+            const auto part = firstSelection(bus, paragraph, deadline, error);
+            if (!part)
+                continue;
+            const AXResult piece = text(bus, paragraph, part->start, part->end, deadline);
+            if (const auto pieceText = axString(piece.value))
+                parts << *pieceText;
+        }
+        if (parts.isEmpty())
+            return std::nullopt;
+        return parts.join(u'\n');
     }
 
     AXResult wholeText(const QString& bus, const ObjectRef& target, const Deadline& deadline) {
@@ -731,6 +960,8 @@ public:
 
     AXResult extents(const QString& bus, const ObjectRef& target, bool wantPosition,
                      const Deadline& deadline) {
+        if (!knowsScreenPositions(bus, target.service, deadline))
+            return errorResult(ax::noValue);
         const Answer answer = call(bus, target, QLatin1String(componentInterface),
                                    QStringLiteral("GetExtents"), {coordTypeScreen}, deadline);
         if (!answer.ok())
@@ -759,7 +990,7 @@ public:
             AXError error = ax::success;
             if (rangeEndIsInclusive(bus, target, start, deadline, error))
                 --end;
-            if (error != ax::success)
+            if (error != ax::success && error != ax::parameterizedAttributeUnsupported)
                 return errorResult(error);
             const Answer answer = end > start ? call(bus, target, QLatin1String(textInterface),
                                                      QStringLiteral("GetRangeExtents"),
@@ -767,9 +998,16 @@ public:
                                               : call(bus, target, QLatin1String(textInterface),
                                                      QStringLiteral("GetCharacterExtents"),
                                                      {start, coordTypeScreen}, deadline, true);
-            if (!answer.ok())
-                return errorResult(answer.error);
-            box = fourInts(answer);
+            if (answer.ok())
+                box = fourInts(answer);
+            if (!usable(box)) {
+                // Without range extents, the first and the last character span the range.
+                const int last = static_cast<int>(range.location + range.length) - 1;
+                if (auto span = characterSpan(bus, target, start, last, deadline))
+                    box = span;
+                else if (!answer.ok())
+                    return errorResult(answer.error);
+            }
         } else {
             // A caret: the left edge of the character after it, or the right edge of the one
             // before it at the end of the text.
@@ -799,6 +1037,54 @@ public:
         return valueResult(makeAX(accessibilityFromNative(
             Rect{double((*box)[0]), double((*box)[1]), double((*box)[2]), double((*box)[3])},
             layout())));
+    }
+
+    // GTK 4 (4.8 measured) answers screen extents relative to its own window, which would
+    // put the panel anywhere; better none. Found out once per application.
+    bool knowsScreenPositions(const QString& bus, const QString& service,
+                              const Deadline& deadline) {
+        {
+            const std::lock_guard lock(mutex);
+            if (auto known = screenPositions.find(service); known != screenPositions.end())
+                return known->second;
+        }
+        const ObjectRef root{service, QLatin1String(rootPath)};
+        const Answer name = property(bus, root, QStringLiteral("org.a11y.atspi.Application"),
+                                     QStringLiteral("ToolkitName"), deadline);
+        const Answer version = property(bus, root, QStringLiteral("org.a11y.atspi.Application"),
+                                        QStringLiteral("Version"), deadline);
+        const auto* toolkit = name.argument<QString>(0);
+        const auto* number = version.argument<QString>(0);
+        if (toolkit == nullptr || number == nullptr)
+            return true;
+        const bool knows = !(*toolkit == QLatin1String("GTK") && number->startsWith(u'4'));
+        const std::lock_guard lock(mutex);
+        screenPositions[service] = knows;
+        return knows;
+    }
+
+    static bool usable(const std::optional<std::array<int, 4>>& box) {
+        return box && (*box)[3] > 0 && ((*box)[0] != 0 || (*box)[1] != 0 || (*box)[2] != 0);
+    }
+
+    // The box around two characters, none when either has no usable extents.
+    std::optional<std::array<int, 4>> characterSpan(const QString& bus, const ObjectRef& target,
+                                                    int first, int last, const Deadline& deadline) {
+        std::array<std::optional<std::array<int, 4>>, 2> boxes;
+        for (std::size_t i = 0; i < boxes.size(); ++i) {
+            boxes.at(i) = fourInts(call(bus, target, QLatin1String(textInterface),
+                                        QStringLiteral("GetCharacterExtents"),
+                                        {i == 0 ? first : last, coordTypeScreen}, deadline, true));
+            if (!usable(boxes.at(i)))
+                return std::nullopt;
+        }
+        const auto& a = *boxes[0];
+        const auto& b = *boxes[1];
+        const int left = std::min(a[0], b[0]);
+        const int top = std::min(a[1], b[1]);
+        const int right = std::max(a[0] + a[2], b[0] + b[2]);
+        const int bottom = std::max(a[1] + a[3], b[1] + b[3]);
+        return std::array<int, 4>{left, top, right - left, bottom - top};
     }
 
     // Some toolkits (Qt 6.4 measured) include the character at the end offset in a range's
@@ -849,28 +1135,17 @@ public:
     // the background), the one it had when last asked, as long as that is alive.
     AXResult rememberFocus(const QString& bus, std::int32_t pid, AXResult found,
                            const Deadline& deadline) {
-        if (found.error == ax::success) {
-            if (const auto* focused = dynamic_cast<const AtspiElement*>(found.value->element())) {
-                const std::lock_guard lock(mutex);
-                lastFocus[pid] = ObjectRef{focused->service, focused->path};
-            }
-            return found;
-        }
+        // A success is remembered where it is found.
         if (found.error != ax::noValue)
             return found;
-        std::optional<ObjectRef> remembered;
-        {
-            const std::lock_guard lock(mutex);
-            if (auto known = lastFocus.find(pid); known != lastFocus.end())
-                remembered = known->second;
-        }
+        const auto remembered = lastFocus(pid);
         if (!remembered)
             return found;
         AXError error = ax::success;
         const auto rememberedStates = states(bus, *remembered, deadline, error);
         if (!rememberedStates || hasState(*rememberedStates, stateDefunct)) {
             const std::lock_guard lock(mutex);
-            lastFocus.erase(pid);
+            lastFocused.erase(pid);
             return found;
         }
         return valueResult(elementRef(pid, *remembered));
@@ -981,13 +1256,15 @@ public:
 
     Timeouts timeouts;
     std::atomic<bool> screenCoordinatesKnown{true};
+    std::function<void(const QString&)> publishBusAddress;
     std::mutex mutex;
-    std::map<std::int32_t, ObjectRef> lastFocus; // pid -> its last focused object
     QString connectionName;
     QString connectedAddress;
     int generation = 0;
-    std::map<QString, std::int32_t> servicePids; // bus name -> process id
-    std::map<QString, bool> inclusiveRangeEnds;  // bus name -> quirk found
+    std::map<QString, std::int32_t> servicePids;   // bus name -> process id
+    std::map<QString, bool> inclusiveRangeEnds;    // bus name -> quirk found
+    std::map<std::int32_t, ObjectRef> lastFocused; // process id -> its focused object
+    std::map<QString, bool> screenPositions;       // bus name -> extents on screen
     ScreenLayout lastLayout;
 };
 
@@ -1008,14 +1285,23 @@ bool AtspiAccessibility::isProcessTrustedWithPrompt() {
             "at-spi2-core, log out and in again, then restart Mendwise."));
         return false;
     }
+    if (d_->publishBusAddress) {
+        if (const auto address = d_->busAddress(deadline))
+            d_->publishBusAddress(*address);
+    }
     if (d_->isEnabled(deadline) == true)
         return isProcessTrusted();
     if (d_->setEnabled(true)) {
         support::log(QStringLiteral(
-            "[Accessibility] ✅ Switched on the desktop's accessibility support (AT-SPI). Qt "
-            "applications started before need a restart. Desktops that keep it in GSettings keep "
-            "it on; to switch it on for good yourself: gsettings set "
-            "org.gnome.desktop.interface toolkit-accessibility true"));
+            "[Accessibility] ✅ Switched on the desktop's accessibility support (AT-SPI) for "
+            "applications started from now on. Desktops that keep it in GSettings keep it on; to "
+            "switch it on for good yourself: gsettings set org.gnome.desktop.interface "
+            "toolkit-accessibility true"));
+        if (const QStringList names = applicationsNeedingRestart(); !names.isEmpty()) {
+            support::log(QStringLiteral("[Accessibility] ↻ Started before, so their text is "
+                                        "copied until they restart: ") +
+                         names.join(QStringLiteral(", ")));
+        }
     } else {
         support::log(QStringLiteral(
             "[Accessibility] ❌ Could not switch on the desktop's accessibility support. Run: "
@@ -1056,6 +1342,53 @@ void AtspiAccessibility::setScreenCoordinatesKnown(bool known) {
 std::optional<AtspiAccessibility::ActiveApplication>
 AtspiAccessibility::activeApplication(std::int32_t ignoredPid) {
     return d_->activeApplication(ignoredPid);
+}
+
+void AtspiAccessibility::setBusAddressPublisher(std::function<void(const QString&)> publish) {
+    d_->publishBusAddress = std::move(publish);
+}
+
+QStringList AtspiAccessibility::applicationsNeedingRestart() {
+    const Deadline deadline(d_->timeouts.read);
+    const auto bus = d_->trustedBus(deadline);
+    if (!std::holds_alternative<QString>(bus))
+        return {};
+    // Looking up a pid that no process has refreshes the bus's list of applications.
+    (void)d_->applicationRoot(std::get<QString>(bus), -1, deadline, true);
+    std::set<std::int32_t> onBus;
+    {
+        const std::lock_guard lock(d_->mutex);
+        for (const auto& [service, pid] : d_->servicePids)
+            onBus.insert(pid);
+    }
+    const QByteArray sessionBus = "DBUS_SESSION_BUS_ADDRESS=" + qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    QStringList names;
+    const QDir processes(QStringLiteral("/proc"));
+    const auto self = static_cast<std::int32_t>(QCoreApplication::applicationPid());
+    for (const QString& entry : processes.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        bool numeric = false;
+        const auto pid = static_cast<std::int32_t>(entry.toInt(&numeric));
+        if (!numeric || pid == self || onBus.count(pid) != 0 ||
+            QFileInfo(processes.filePath(entry)).ownerId() != ::getuid())
+            continue;
+        QFile maps(processes.filePath(entry) + QStringLiteral("/maps"));
+        if (!maps.open(QIODevice::ReadOnly))
+            continue;
+        const QByteArray mapped = maps.readAll();
+        if (!mapped.contains("/libQt5Gui.so") && !mapped.contains("/libQt6Gui.so"))
+            continue;
+        // Of this desktop session only: the same session bus.
+        QFile environment(processes.filePath(entry) + QStringLiteral("/environ"));
+        if (!environment.open(QIODevice::ReadOnly) ||
+            !environment.readAll().split('\0').contains(sessionBus))
+            continue;
+        names << QFileInfo(
+                     QFileInfo(processes.filePath(entry) + QStringLiteral("/exe")).symLinkTarget())
+                     .fileName();
+    }
+    names.removeDuplicates();
+    names.sort();
+    return names;
 }
 
 } // namespace platform::freedesktop

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 #include <xcb/xcb.h>
 
 namespace platform::x11 {
@@ -206,6 +207,46 @@ QStringList X11Pasteboard::types() {
             return data->formats();
         })
         .value_or(QStringList{});
+}
+
+std::optional<std::int32_t> X11Pasteboard::ownerProcess() {
+    return d_
+        ->onGui<std::int32_t>([impl = d_.get()](
+                                  QClipboard& /*clipboard*/) -> std::optional<std::int32_t> {
+            xcb_connection_t* connection = qtConnection();
+            const xcb_window_t owner = impl->clipboardOwner();
+            if (connection == nullptr || owner == XCB_NONE)
+                return -1;
+            if (impl->qtOwnsClipboard())
+                return static_cast<std::int32_t>(QCoreApplication::applicationPid());
+            const std::uint32_t mask = xcb_get_setup(connection)->resource_id_mask;
+            const auto property = [connection](xcb_window_t window, const char* name,
+                                               xcb_atom_t type) {
+                std::vector<std::uint32_t> values;
+                const xcb_atom_t atom = internAtom(connection, name);
+                xcb_get_property_reply_t* reply = xcb_get_property_reply(
+                    connection, xcb_get_property(connection, 0, window, atom, type, 0, 4096),
+                    nullptr);
+                if (reply != nullptr && reply->format == 32) {
+                    const auto* data =
+                        static_cast<const std::uint32_t*>(xcb_get_property_value(reply));
+                    values.assign(data, data + xcb_get_property_value_length(reply) / 4);
+                }
+                std::free(reply);
+                return values;
+            };
+            const xcb_window_t root =
+                xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
+            for (const std::uint32_t window : property(root, "_NET_CLIENT_LIST", XCB_ATOM_WINDOW)) {
+                if ((window & ~mask) != (owner & ~mask))
+                    continue;
+                const auto pid = property(window, "_NET_WM_PID", XCB_ATOM_CARDINAL);
+                if (!pid.empty() && pid.front() > 0 && pid.front() <= INT32_MAX)
+                    return static_cast<std::int32_t>(pid.front());
+            }
+            return -1;
+        })
+        .value_or(-1);
 }
 
 } // namespace platform::x11

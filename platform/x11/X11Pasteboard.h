@@ -43,6 +43,9 @@ public:
     // Mendwise, or another application taking the selection.
     std::int64_t changeCount() override;
     QStringList types() override;
+    // The _NET_WM_PID of the managed window made by the X client that owns CLIPBOARD (X
+    // resource ids carry their client's base); this process's id when Qt owns it.
+    std::optional<std::int32_t> ownerProcess() override;
 
 private:
     class Impl;

@@ -160,25 +160,41 @@ TEST_F(AccessibilityTest, QtTextWidgetsAnswerTheSameWay) {
 }
 
 TEST_F(AccessibilityTest, TrustFollowsTheDesktopSwitchAndThePromptTurnsItOn) {
-    auto editor = x11test::startQtTextApp(sampleText, 4, 11);
-    ASSERT_NE(editor, nullptr);
-    const AXRef app = accessibility.createApplication(static_cast<std::int32_t>(editor->pid()));
-
     ASSERT_TRUE(accessibility.setAccessibilityEnabled(false));
     EXPECT_FALSE(accessibility.isProcessTrusted());
-    EXPECT_EQ(accessibility.copyAttributeValue(app, axattr::focusedUIElement).error,
+    // A Qt application started while accessibility is off, and not told by its environment to
+    // join anyway, stays off the bus until it restarts.
+    struct WithoutAlwaysOn {
+        QByteArray saved = qgetenv("QT_LINUX_ACCESSIBILITY_ALWAYS_ON");
+        WithoutAlwaysOn() { qunsetenv("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"); }
+        ~WithoutAlwaysOn() { qputenv("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", saved); }
+    } withoutAlwaysOn;
+    auto before = x11test::startQtTextApp(sampleText, 4, 11);
+    ASSERT_NE(before, nullptr);
+    const AXRef beforeApp =
+        accessibility.createApplication(static_cast<std::int32_t>(before->pid()));
+    EXPECT_EQ(accessibility.copyAttributeValue(beforeApp, axattr::focusedUIElement).error,
               ax::apiDisabled);
 
     support::LogCapture log;
     EXPECT_TRUE(accessibility.isProcessTrustedWithPrompt());
-    ASSERT_EQ(log.records().size(), 1);
+    ASSERT_EQ(log.records().size(), 2);
     EXPECT_TRUE(log.records().first().contains(
         QLatin1String("gsettings set org.gnome.desktop.interface toolkit-accessibility true")));
+    EXPECT_TRUE(log.records().last().endsWith(QLatin1String(": mendwise_qt_text_app")))
+        << log.records().last().toStdString();
+    EXPECT_EQ(accessibility.copyAttributeValue(beforeApp, axattr::focusedUIElement).error,
+              ax::cannotComplete);
+    // One started afterwards joins.
+    auto editor = x11test::startQtTextApp(sampleText, 4, 11);
+    ASSERT_NE(editor, nullptr);
+    const AXRef app = accessibility.createApplication(static_cast<std::int32_t>(editor->pid()));
+    EXPECT_NE(focusedElementOf(editor->pid()), nullptr);
     EXPECT_TRUE(accessibility.isProcessTrusted());
     EXPECT_EQ(accessibility.copyAttributeValue(app, axattr::focusedUIElement).error, ax::success);
     // Already on: the prompt has nothing to say.
     EXPECT_TRUE(accessibility.isProcessTrustedWithPrompt());
-    EXPECT_EQ(log.records().size(), 1);
+    EXPECT_EQ(log.records().size(), 2);
 }
 
 TEST_F(AccessibilityTest, FailuresMapOntoAccessibilityErrors) {

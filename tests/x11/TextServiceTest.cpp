@@ -9,11 +9,16 @@
 #include "tests/common/TestUtil.h"
 #include "tests/x11/DesktopApps.h"
 #include "tests/x11/GeometryPrinters.h"
+#include "text/BoundedAnchor.h"
 #include "text/TextSelectionError.h"
 #include "text/TextSelectionService.h"
 
 #include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QStandardPaths>
 #include <QUrl>
+#include <csignal>
 #include <exception>
 #include <gtest/gtest.h>
 #include <thread>
@@ -151,6 +156,23 @@ TEST_F(TextServiceTest, TheAnchorIsBelowTheSelectionOnScreen) {
     EXPECT_GE(caret.location, 14) << "clicked at " << x << "," << y;
     EXPECT_LE(caret.location, 15) << "clicked at " << x << "," << y;
 
+    // Asked from the GUI thread with a bound: the same answer, and a hung application costs
+    // the bound and no more.
+    const auto pid = static_cast<std::int32_t>(editor->pid());
+    const auto sharedAccessibility = std::make_shared<freedesktop::AtspiAccessibility>();
+    const auto sharedScreens = std::make_shared<freedesktop::QtScreens>();
+    const auto within = [&](std::chrono::milliseconds bound) {
+        return selectionAnchorBefore(std::chrono::steady_clock::now() + bound, pid,
+                                     sharedAccessibility, sharedScreens);
+    };
+    EXPECT_EQ(within(2s), TextSelectionService::selectionAnchor(pid, accessibility, screens));
+    ASSERT_EQ(::kill(static_cast<pid_t>(pid), SIGSTOP), 0);
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_EQ(within(100ms), std::nullopt);
+    EXPECT_LT(timer.elapsed(), 150);
+    ::kill(static_cast<pid_t>(pid), SIGCONT);
+
     // Without trust there is no anchor (the caller then uses the mouse).
     ASSERT_TRUE(accessibility.setAccessibilityEnabled(false));
     EXPECT_EQ(TextSelectionService::selectionAnchor(static_cast<std::int32_t>(editor->pid()),
@@ -239,6 +261,35 @@ TEST_F(TextServiceTest, AFailedCopyPutsTheUsersClipboardBack) {
         x11test::run(QStringLiteral("xclip"), {QStringLiteral("-o"), QStringLiteral("-selection"),
                                                QStringLiteral("clipboard")}),
         QStringLiteral("the user's clipboard"));
+}
+
+TEST_F(TextServiceTest, AClipboardManagerRefillingTheClipboardIsNotTakenForTheSelection) {
+    ASSERT_TRUE(accessibility.setAccessibilityEnabled(false));
+    // parcellite, told to put its last entry back whenever the clipboard is emptied.
+    const QString config = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+                           QStringLiteral("/parcellite");
+    QDir().mkpath(config);
+    QFile rc(config + QStringLiteral("/parcelliterc"));
+    ASSERT_TRUE(rc.open(QIODevice::WriteOnly));
+    rc.write("[rc]\nrestore_empty=true\n");
+    rc.close();
+    x11test::App manager(QStringLiteral("parcellite"), {});
+    const QString old = QStringLiteral("the user's old clipboard");
+    ASSERT_TRUE(pasteboard.setString(old));
+    // It polls the clipboard: give it time to take the entry into its history.
+    testutil::waitUntil([] { return false; }, 2s);
+    pasteboard.clearContents();
+    ASSERT_TRUE(testutil::waitUntil([&] { return pasteboard.string() == old; }, 5s))
+        << "parcellite never refilled the clipboard";
+
+    {
+        auto editor = x11test::startQtTextApp(sampleText, 4, 0); // nothing selected
+        ASSERT_NE(editor, nullptr);
+        EXPECT_THROW(copySelection(), TextSelectionError);
+    }
+    auto editor = x11test::startQtTextApp(sampleText, 4, 11);
+    ASSERT_NE(editor, nullptr);
+    EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
 }
 
 TEST_F(TextServiceTest, TerminalsAreCopiedFromAndPastedIntoWithoutAnInterrupt) {
