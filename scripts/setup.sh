@@ -14,6 +14,8 @@ packages=(
     # the X11 and end-to-end tests: a virtual screen, a window manager, a tray, test clients
     xvfb openbox trayer xdotool xclip x11-utils x11-xkb-utils mousepad xterm stterm rxvt-unicode curl
     openssl python3
+    # the Wayland tests: headless sway, a virtual keyboard, the clipboard tools, Qt's Wayland plugin
+    sway wtype wl-clipboard qt6-wayland
 )
 
 missing=()
