@@ -100,7 +100,8 @@ protected:
         EXPECT_TRUE(testutil::waitUntil([&] {
             selected = stringOf(accessibility.copyAttributeValue(focused, axattr::selectedText));
             return selected == expected;
-        })) << selected.value_or(QStringLiteral("(none)")).toStdString();
+        })) << "selected: "
+            << selected.value_or(QStringLiteral("(nothing)")).toStdString();
     }
 
     freedesktop::AtspiAccessibility accessibility;

@@ -5,7 +5,9 @@
 # Usage: wayland-session.sh COMMAND [ARGS...]   (the command's exit status is returned)
 # The command gets WAYLAND_DISPLAY and SWAYSOCK. MENDWISE_SWAY_CONFIG holds extra lines for
 # the sway configuration, e.g. "bindsym Ctrl+Shift+j exec mendwise --trigger";
-# MENDWISE_SESSION_SERVICES names more D-Bus services the session bus may start.
+# MENDWISE_SESSION_SERVICES names more D-Bus services the session bus may start. HOME, TMPDIR
+# and the XDG directories are fresh and deleted afterwards; MENDWISE_SESSION_OUTPUT names a
+# directory for files the caller wants back (made writable for the session's user).
 # As root the session runs as MENDWISE_TEST_USER (default mendwise-test, created when missing);
 # otherwise as the calling user.
 set -euo pipefail
@@ -34,7 +36,7 @@ end_session_processes() {
 if [ -z "${MENDWISE_SESSION_MARK:-}" ]; then
     # Phase one: choose the user, make its scratch directories, start the session bus as it.
     [ $# -gt 0 ] || fail "usage: wayland-session.sh COMMAND [ARGS...]"
-    for tool in sway swaymsg dbus-run-session; do
+    for tool in sway swaymsg wtype dbus-run-session; do
         command -v "$tool" >/dev/null || fail "$tool is not installed (run scripts/setup.sh)"
     done
     as_user=()
@@ -82,9 +84,16 @@ if [ -z "${MENDWISE_SESSION_MARK:-}" ]; then
   </policy>
 </busconfig>
 EOF
+    # Files the command leaves for the caller go to MENDWISE_SESSION_OUTPUT, which outlives the
+    # session and belongs to its user.
+    if [ -n "${MENDWISE_SESSION_OUTPUT:-}" ]; then
+        mkdir -p "$MENDWISE_SESSION_OUTPUT" || fail "cannot make $MENDWISE_SESSION_OUTPUT"
+        if [ "$uid" -eq 0 ]; then chown "$user:" "$MENDWISE_SESSION_OUTPUT"; fi
+    fi
     if [ "$uid" -eq 0 ]; then chown -R "$user:" "$scratch"; fi
     chmod 700 "$scratch" "$scratch/runtime"
-    status=0
+    trap 'end_session_processes "$mark"; rm -rf "$scratch"' EXIT
+    trap 'exit 130' INT TERM
     (
         export MENDWISE_SESSION_MARK="$mark" MENDWISE_WAYLAND_SCRATCH="$scratch" \
             HOME="$scratch" USER="$user" LOGNAME="$user" TMPDIR="$scratch" \
@@ -92,9 +101,10 @@ EOF
             XDG_CACHE_HOME="$scratch/cache" XDG_STATE_HOME="$scratch/state" \
             XDG_RUNTIME_DIR="$scratch/runtime" GSETTINGS_BACKEND=memory NO_AT_BRIDGE=0
         exec "${as_user[@]}" dbus-run-session --config-file="$scratch/session.conf" -- "$self" "$@"
-    ) || status=$?
-    end_session_processes "$mark"
-    rm -rf "$scratch"
+    ) &
+    # Waiting in the background lets a signal end the session at once, through the traps.
+    status=0
+    wait $! || status=$?
     exit "$status"
 fi
 
@@ -130,9 +140,16 @@ sway -c "$scratch/sway.conf" >"$scratch/sway.log" 2>&1 &
 sway_pid=$!
 pids+=("$sway_pid")
 
+first_socket() { # the first of the paths that is a socket
+    local path
+    for path in "$@"; do
+        if [ -S "$path" ]; then echo "$path" && return 0; fi
+    done
+    return 1
+}
 started=$SECONDS
-until ready=$(ls "$scratch/runtime" 2>/dev/null | grep -E '^sway-ipc\..*\.sock$') &&
-    SWAYSOCK="$scratch/runtime/$ready" swaymsg -t get_version >/dev/null 2>&1; do
+until SWAYSOCK=$(first_socket "$scratch"/runtime/sway-ipc.*.sock) &&
+    SWAYSOCK=$SWAYSOCK swaymsg -t get_version >/dev/null 2>&1; do
     if ! kill -0 "$sway_pid" 2>/dev/null || [ $((SECONDS - started)) -ge 20 ]; then
         echo "wayland-session: sway did not start" >&2
         cat "$scratch/sway.log" >&2
@@ -140,24 +157,20 @@ until ready=$(ls "$scratch/runtime" 2>/dev/null | grep -E '^sway-ipc\..*\.sock$'
     fi
     sleep 0.05
 done
-export SWAYSOCK="$scratch/runtime/$ready"
-WAYLAND_DISPLAY=$(ls "$scratch/runtime" | grep -E '^wayland-[0-9]+$' | head -n1)
-[ -n "$WAYLAND_DISPLAY" ] || fail "sway did not open a Wayland socket"
-export WAYLAND_DISPLAY
+export SWAYSOCK
+display=$(first_socket "$scratch"/runtime/wayland-*) || fail "sway did not open a Wayland socket"
+export WAYLAND_DISPLAY=${display##*/}
 unset WLR_BACKENDS WLR_LIBINPUT_NO_DEVICES WLR_RENDERER
 
 # A keyboard for the whole session: with no keyboard on the seat, sway gives no window the
 # keyboard focus, so no toolkit reports an active window or a focused object. wtype's virtual
 # keyboard stays while it sleeps (27 hours; the session ends it).
-if command -v wtype >/dev/null; then
-    wtype -s 100000000 >/dev/null 2>&1 &
-    pids+=($!)
-    wait_for_keyboard() { swaymsg -t get_seats 2>/dev/null | grep -q '"type": "keyboard"'; }
-    until wait_for_keyboard; do
-        [ $((SECONDS - started)) -lt 20 ] || fail "the session keyboard did not appear"
-        sleep 0.05
-    done
-fi
+wtype -s 100000000 >/dev/null 2>&1 &
+pids+=($!)
+until swaymsg -t get_seats 2>/dev/null | grep -q '"type": "keyboard"'; do
+    [ $((SECONDS - started)) -lt 20 ] || fail "the session keyboard did not appear"
+    sleep 0.05
+done
 
 status=0
 "$@" || status=$?
