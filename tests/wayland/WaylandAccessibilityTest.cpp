@@ -111,7 +111,7 @@ protected:
 
 TEST_F(WaylandAccessibilityTest, GtkEditorSelectionIsReadNatively) {
     const QString path = QDir::home().filePath(QStringLiteral("empty.txt"));
-    QFile(path).open(QIODevice::WriteOnly);
+    ASSERT_TRUE(QFile(path).open(QIODevice::WriteOnly));
     testutil::ChildProcess mousepad(QStringLiteral("mousepad"),
                                     {QStringLiteral("--disable-server"), path});
     ASSERT_TRUE(mousepad.started());
