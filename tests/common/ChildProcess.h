@@ -31,6 +31,7 @@ public:
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     [[nodiscard]] bool started() const { return pid_ > 0; }
+    [[nodiscard]] pid_t pid() const { return pid_; }
 
     // Reads output until `condition` holds for the standard output so far, or the time is up.
     bool waitForOutput(const std::function<bool(const QByteArray&)>& condition,

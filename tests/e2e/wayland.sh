@@ -32,10 +32,6 @@ trigger() { # presses the desktop's binding of `mendwise --trigger`; waits for t
     wait_for 5 panel_visible
 }
 
-# A headless seat has no keyboard, and without one no window gets the keyboard focus: a virtual
-# keyboard that stays for the whole test gives the seat one.
-wtype -s 100000000 &
-pids+=($!)
 swaymsg "bindsym Ctrl+Shift+j exec $app --trigger" >/dev/null
 start_fake --answer "I have a spelling error."
 printf '%s' 'I has a speling eror.' >"$work/note.txt"
