@@ -55,6 +55,7 @@ check "the request carried the selection" grep -qF 'I has a speling eror.' "$wor
 check "the answer went in through accessibility" log_has '🛣 Paste road: accessibility'
 wait_for 10 panel_hidden
 check "the panel is gone after the success" panel_hidden
+wait_for 5 focused_is mousepad
 check "the editor has the keyboard again" focused_is mousepad
 check "the editor holds the answer" test "$(document mousepad)" = "I have a spelling error."
 
