@@ -12,6 +12,7 @@
 #include "support/NotificationCenter.h"
 #include "text/TextSelectionService.h"
 #include "ui/ActionPickerView.h"
+#include "ui/DesktopCommands.h"
 #include "ui/FloatingPanel.h"
 #include "ui/Icons.h"
 #include "ui/NativeWindow.h"
@@ -67,10 +68,8 @@ void AppDelegate::applicationDidFinishLaunching() {
     }
 
     setupStatusItem();
-    if (!accessibilityNotice_.isEmpty() && statusItem_->isVisible() &&
-        QSystemTrayIcon::isSystemTrayAvailable())
-        statusItem_->showMessage(QStringLiteral("Mendwise"), accessibilityNotice_,
-                                 QSystemTrayIcon::Information);
+    if (!accessibilityNotice_.isEmpty())
+        ui::desktop::notify(QStringLiteral("Accessibility switched on"), accessibilityNotice_);
 
     floatingPanel_ = std::make_unique<ui::FloatingPanel>();
     // The user clicked elsewhere while choosing: the picker goes, and with it the grab.
