@@ -110,7 +110,7 @@ public:
     // to make it again (after a keyboard mapping change) and be refused then. `status` is noErr
     // when the registration holds again. A backend that never drops one never calls it.
     using StatusHandler = std::function<void(const HotKeyRef&, OSStatus)>;
-    virtual void setStatusHandler(StatusHandler handler) { (void)handler; }
+    virtual void setStatusHandler(const StatusHandler& /*handler*/) {}
 };
 
 } // namespace platform

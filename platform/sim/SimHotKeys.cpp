@@ -42,8 +42,8 @@ void SimHotKeys::removeEventKinds(const std::vector<HotKeyEventKind>& kinds) {
         listened_.erase(kind);
 }
 
-void SimHotKeys::setStatusHandler(StatusHandler handler) {
-    statusHandler_ = std::move(handler);
+void SimHotKeys::setStatusHandler(const StatusHandler& handler) {
+    statusHandler_ = handler;
 }
 
 void SimHotKeys::remapKeyboard() {

@@ -27,7 +27,7 @@ public:
     void addEventKinds(const std::vector<HotKeyEventKind>& kinds) override;
     void removeEventKinds(const std::vector<HotKeyEventKind>& kinds) override;
     OSStatus copySymbolicHotKeys(std::vector<SymbolicHotKey>& out) override;
-    void setStatusHandler(StatusHandler handler) override;
+    void setStatusHandler(const StatusHandler& handler) override;
 
     // A keyboard mapping change: every registration is made again, and the status handler
     // hears how each went (refused while its combination is refused).

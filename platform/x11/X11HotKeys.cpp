@@ -486,8 +486,8 @@ OSStatus X11HotKeys::installEventHandler(EventHandler handler) {
     return osstatus::noErr;
 }
 
-void X11HotKeys::setStatusHandler(StatusHandler handler) {
-    d->statusHandler = std::move(handler);
+void X11HotKeys::setStatusHandler(const StatusHandler& handler) {
+    d->statusHandler = handler;
 }
 
 void X11HotKeys::addEventKinds(const std::vector<HotKeyEventKind>& kinds) {

@@ -39,7 +39,7 @@ public:
     void addEventKinds(const std::vector<HotKeyEventKind>& kinds) override;
     void removeEventKinds(const std::vector<HotKeyEventKind>& kinds) override;
     OSStatus copySymbolicHotKeys(std::vector<SymbolicHotKey>& out) override;
-    void setStatusHandler(StatusHandler handler) override;
+    void setStatusHandler(const StatusHandler& handler) override;
 
     // Whether detectable auto-repeat could be switched on.
     [[nodiscard]] bool detectableAutoRepeat() const;
