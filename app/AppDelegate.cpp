@@ -11,13 +11,18 @@
 #include "support/Log.h"
 #include "text/BoundedAnchor.h"
 #include "text/ExchangeTurn.h"
+#include "support/NotificationCenter.h"
 #include "text/TextSelectionService.h"
 #include "ui/ActionPickerView.h"
+#include "ui/DesktopCommands.h"
 #include "ui/FloatingPanel.h"
 #include "ui/Icons.h"
+#include "ui/NativeWindow.h"
 #include "ui/SettingsView.h"
 
 #include <QApplication>
+#include <QDir>
+#include <QFileInfo>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QScreen>
@@ -57,12 +62,31 @@ void AppDelegate::applicationDidFinishLaunching() {
         support::log(QStringLiteral("[AppDelegate] ✅ Accessibility granted"));
     } else {
         support::log(QStringLiteral("[AppDelegate] ⚠️ Requesting Accessibility permission…"));
-        (void)desktop_.accessibility->isProcessTrustedWithPrompt();
+        // On Linux the "prompt" switches the desktop's accessibility support on: applications
+        // that started before then do not expose their text until restarted, which the user
+        // must learn somewhere they look.
+        if (desktop_.accessibility->isProcessTrustedWithPrompt())
+            accessibilityNotice_ = QStringLiteral(
+                "Mendwise switched on your desktop's accessibility support. Restart applications "
+                "started before Mendwise so it can read their selected text.");
     }
 
     setupStatusItem();
+    if (!accessibilityNotice_.isEmpty())
+        ui::desktop::notify(QStringLiteral("Accessibility switched on"), accessibilityNotice_);
 
     floatingPanel_ = std::make_unique<ui::FloatingPanel>();
+    // The user clicked elsewhere while choosing: the picker goes, and with it the grab.
+    connect(floatingPanel_.get(), &ui::FloatingPanel::dismissRequested, this, [this] {
+        const auto* picker = qobject_cast<ui::ActionPickerView*>(floatingPanel_->contentView());
+        if (picker && picker->phase().kind() != ui::ActionPickerView::Phase::Kind::loading)
+            floatingPanel_->hide([] {});
+    });
+    // Without the keyboard, Return would reach the user's application: say so at once.
+    connect(floatingPanel_.get(), &ui::FloatingPanel::keyboardGrabFailed, this, [this] {
+        if (auto* picker = qobject_cast<ui::ActionPickerView*>(floatingPanel_->contentView()))
+            picker->showFailure(QStringLiteral("Another program holds the keyboard"));
+    });
 
     setupHotkey();
 }
@@ -90,28 +114,51 @@ bool AppDelegate::shouldWarnAboutInstallLocation(const QString& path) {
     return false;
 }
 
+bool AppDelegate::isInstalledOrBuilt(const QString& path, const QString& home) {
+    QStringList places{QStringLiteral("/usr/"), QStringLiteral("/opt/")};
+    if (!home.isEmpty())
+        places << QDir(home).filePath(QStringLiteral(".local")) + u'/';
+    for (const QString& place : places) {
+        if (path.startsWith(place))
+            return true;
+    }
+    // A build tree: CMake leaves its cache at the top.
+    QDir dir = QFileInfo(path).absoluteDir();
+    do {
+        if (dir.exists(QStringLiteral("CMakeCache.txt")))
+            return true;
+    } while (dir.cdUp());
+    return false;
+}
+
 void AppDelegate::checkInstallLocation() {
-    if (!shouldWarnAboutInstallLocation(options_.programPath))
+    if (isInstalledOrBuilt(options_.programPath, QDir::homePath()) ||
+        !shouldWarnAboutInstallLocation(options_.programPath))
         return;
     // Queued: the alert appears only once the launch sequence has finished.
     QMetaObject::invokeMethod(this, &AppDelegate::showInstallAlert, Qt::QueuedConnection);
 }
 
+// On Linux there is no Applications folder: the alert names the folder the program runs from
+// and offers to show it, so the user can move the program. The program quits only once that
+// folder is really shown.
 void AppDelegate::showInstallAlert() {
     QMessageBox alert(QMessageBox::Warning, QStringLiteral("Install Mendwise"),
                       QStringLiteral("Install Mendwise"));
-    alert.setInformativeText(QStringLiteral(
-        "For accessibility permissions to work correctly, please drag Mendwise to your "
-        "Applications folder and run it from there."));
-    auto* open =
-        alert.addButton(QStringLiteral("Open Applications Folder"), QMessageBox::AcceptRole);
+    const QString folder = QFileInfo(options_.programPath).absolutePath();
+    alert.setInformativeText(
+        QStringLiteral("Mendwise is running from %1, a place that may be cleaned up or "
+                       "unmounted. Install it (for example under ~/.local or /opt) and run it from "
+                       "there, so that starting at login keeps working.")
+            .arg(folder));
+    auto* open = alert.addButton(QStringLiteral("Show in Folder"), QMessageBox::AcceptRole);
     alert.addButton(QStringLiteral("Continue Anyway"), QMessageBox::RejectRole);
     alert.setDefaultButton(open);
     alert.exec();
     if (alert.clickedButton() != open)
         return;
-    desktop_.workspace->openFolder(QStringLiteral("/Applications"));
-    QApplication::quit();
+    if (desktop_.workspace->openFolder(folder))
+        QApplication::quit();
 }
 
 // --- Tray icon and popover --------------------------------------------------------------------
@@ -126,9 +173,20 @@ void AppDelegate::setupStatusItem() {
                 if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::Context)
                     togglePopover();
             });
-    // Shown even without a tray: the icon appears by itself if a tray starts later.
-    statusItem_->show();
-    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
+    // Shown even without a tray: the icon appears by itself if a tray starts later. The
+    // "Show Menu Bar Icon" switch hides it and brings it back at once.
+    statusItem_->setVisible(settings_.showMenuBarIcon());
+    iconVisibilityObserver_ = support::NotificationCenter::defaultCenter().addObserver(
+        QStringLiteral("menuBarIconVisibilityChanged"),
+        [self = QPointer<AppDelegate>(this)](const support::Notification&) {
+            if (!self || !self->statusItem_)
+                return;
+            const bool visible = self->settings_.showMenuBarIcon();
+            self->statusItem_->setVisible(visible);
+            if (!visible && self->popover_)
+                self->popover_->close();
+        });
+    if (settings_.showMenuBarIcon() && !QSystemTrayIcon::isSystemTrayAvailable()) {
         support::log(QStringLiteral(
             "[AppDelegate] ⚠️ No system tray on this desktop: Mendwise keeps working through "
             "its shortcut (Ctrl+Shift+J); the icon appears when a tray starts. Start it with "
@@ -136,11 +194,13 @@ void AppDelegate::setupStatusItem() {
     }
 
     const QPointer<AppDelegate> self(this);
-    auto* content = new MenuBarView(MenuBarView::Commands{[self] {
-                                                              if (self)
-                                                                  self->openSettings();
-                                                          },
-                                                          [] { QApplication::quit(); }});
+    auto* content = new MenuBarView(MenuBarView::Commands{
+        [self] {
+            if (self)
+                self->openSettings();
+        },
+        [] { QApplication::quit(); },
+        [] { return Hotkeys::registrationError(Hotkeys::triggerMendwise()); }});
     popover_ = std::make_unique<Popover>(content);
 }
 
@@ -168,8 +228,10 @@ void AppDelegate::openSettings() {
                                         Qt::WindowCloseButtonHint);
         auto* layout = new QVBoxLayout(settingsWindow_.get());
         layout->setContentsMargins(0, 0, 0, 0);
-        layout->addWidget(new ui::SettingsView(
-            settings_, *desktop_.workspace, *desktop_.accessibility, Hotkeys::triggerMendwise()));
+        auto* view = new ui::SettingsView(settings_, *desktop_.workspace, *desktop_.accessibility,
+                                          Hotkeys::triggerMendwise());
+        view->generalTab()->setAccessibilityNotice(accessibilityNotice_);
+        layout->addWidget(view);
         settingsWindow_->setFixedSize(450, 340);
         if (const QScreen* screen = QGuiApplication::primaryScreen()) {
             QRect frame(QPoint(), settingsWindow_->size());
@@ -249,22 +311,41 @@ void AppDelegate::showPicker(const std::optional<platform::RunningApplication>& 
     const platform::Point origin = placement::panelOrigin(anchor, *desktop_.screens);
     floatingPanel_->show(
         platform::Rect{origin.x, origin.y, placement::panelWidth, placement::panelHeight});
+    // Auto-Fix Mode: the trigger itself chooses the fix, so the panel opens working.
+    if (settings_.autoFixOnTrigger()) {
+        if (auto* picker = qobject_cast<ui::ActionPickerView*>(floatingPanel_->contentView()))
+            picker->select(0);
+    }
     Q_EMIT pickerShown();
 }
 
 void AppDelegate::runAction(const std::optional<platform::RunningApplication>& sourceApp,
                             const std::optional<QString>& customPrompt,
                             std::function<void(std::exception_ptr)> completion) {
-    // The synthetic copy and paste must reach the user's application, not the panel.
+    // The synthetic copy and paste must reach the user's application, not the panel; while
+    // the request runs, the keys the user types reach nobody.
     if (floatingPanel_)
         floatingPanel_->releaseKeyboard();
+    auto block = std::make_shared<std::unique_ptr<ui::native::KeyboardBlock>>();
+    KeyboardHold hold = [block](bool on) {
+        if (on)
+            *block = ui::native::KeyboardBlock::start();
+        else
+            block->reset();
+    };
+    const QPointer<AppDelegate> self(this);
     support::runInBackground<void>(
         this,
         [textService = textService_, aiService = aiService_, settings = &settings_, sourceApp,
-         customPrompt](const std::stop_token& stop) {
-            processSelection(*textService, *aiService, *settings, sourceApp, customPrompt, stop);
+         customPrompt, hold = std::move(hold)](const std::stop_token& stop) {
+            processSelection(*textService, *aiService, *settings, sourceApp, customPrompt, stop,
+                             hold);
         },
-        [completion = std::move(completion)](const support::Outcome<void>& outcome) {
+        [self, completion = std::move(completion)](const support::Outcome<void>& outcome) {
+            // The outcome stays on screen for a moment: the panel holds the keyboard again
+            // until it hides.
+            if (self && self->floatingPanel_ && self->floatingPanel_->isVisible())
+                self->floatingPanel_->holdKeyboard();
             completion(outcome.error);
         });
 }
@@ -273,13 +354,31 @@ void AppDelegate::processSelection(TextSelectionService& textService,
                                    const AnthropicService& aiService, const AppSettings& settings,
                                    const std::optional<platform::RunningApplication>& sourceApp,
                                    const std::optional<QString>& customPrompt,
-                                   const std::stop_token& stop) {
+                                   const std::stop_token& stop, const KeyboardHold& holdKeyboard) {
     const ExchangeTurn turn(stop);
     const QString text = textService.copySelectedText(sourceApp, stop);
     if (text.isEmpty())
         throw MendwiseError(MendwiseError::Case::noTextSelected);
     const QString instruction = customPrompt ? *customPrompt : settings.systemPrompt();
-    const QString answer = aiService.rewrite(text, instruction, stop);
+    // Let go on every path, also when the request fails.
+    struct Held {
+        const KeyboardHold& hold;
+        explicit Held(const KeyboardHold& h) : hold(h) {
+            if (hold)
+                hold(true);
+        }
+        ~Held() {
+            if (hold)
+                hold(false);
+        }
+        Held(const Held&) = delete;
+        Held& operator=(const Held&) = delete;
+    };
+    QString answer;
+    {
+        const Held held(holdKeyboard);
+        answer = aiService.rewrite(text, instruction, stop);
+    }
     textService.pasteText(answer, stop);
 }
 

@@ -2,6 +2,7 @@
 
 #include "app/Desktop.h"
 #include "support/Error.h"
+#include "support/NotificationCenter.h"
 
 #include <QObject>
 #include <QPointer>
@@ -67,16 +68,24 @@ public:
     void trigger();
     void showPicker(const std::optional<platform::RunningApplication>& sourceApp);
 
+    // Called with true once the selection is read and with false before the answer is pasted:
+    // in between, keys the user types should reach no application.
+    using KeyboardHold = std::function<void(bool hold)>;
+
     // Reads the selection of `sourceApp`, has it rewritten with `customPrompt` (or the stored
     // system prompt, read now) and pastes the answer. Blocks; runs on a background thread.
     static void processSelection(TextSelectionService& textService,
                                  const AnthropicService& aiService, const AppSettings& settings,
                                  const std::optional<platform::RunningApplication>& sourceApp,
                                  const std::optional<QString>& customPrompt,
-                                 const std::stop_token& stop);
+                                 const std::stop_token& stop,
+                                 const KeyboardHold& holdKeyboard = nullptr);
 
     // Whether a program at `path` should warn that it is not installed where permissions last.
     static bool shouldWarnAboutInstallLocation(const QString& path);
+    // Whether `path` lies where Linux programs are installed (/usr, /usr/local, /opt,
+    // ~/.local) or in a build tree: such a program is never warned about.
+    static bool isInstalledOrBuilt(const QString& path, const QString& home);
     void checkInstallLocation();
 
     [[nodiscard]] ui::FloatingPanel* floatingPanel() const { return floatingPanel_.get(); }
@@ -84,6 +93,7 @@ public:
     [[nodiscard]] Popover* popover() const { return popover_.get(); }
     [[nodiscard]] QSystemTrayIcon* statusItem() const { return statusItem_.get(); }
     [[nodiscard]] HotkeyManager* hotkeyManager() const { return hotkeyManager_.get(); }
+    [[nodiscard]] const QString& accessibilityNotice() const { return accessibilityNotice_; }
 
 Q_SIGNALS:
     // After showPicker has put a fresh picker into the panel and shown it.
@@ -109,6 +119,9 @@ private:
 
     Desktop desktop_;
     Options options_;
+    support::Observation iconVisibilityObserver_;
+    // Said once at start and in the settings window when Mendwise switched accessibility on.
+    QString accessibilityNotice_;
 };
 
 } // namespace app

@@ -1,5 +1,7 @@
 #include "app/MenuBarView.h"
 
+#include "hotkeys/Hotkeys.h"
+#include "support/NotificationCenter.h"
 #include "ui/Color.h"
 #include "ui/Icons.h"
 #include "ui/StatusDot.h"
@@ -10,6 +12,7 @@
 #include <QHash>
 #include <QLabel>
 #include <QPainter>
+#include <QPointer>
 #include <QVBoxLayout>
 
 namespace app {
@@ -138,15 +141,16 @@ MenuBarView::MenuBarView(Commands commands, QWidget* parent)
 
     column->addWidget(new Divider);
 
-    // Status: always "Ready", whatever the permission, key or shortcut.
+    // Status: "Ready", unless the shortcut that starts everything does not work.
     auto* status = new QVBoxLayout;
     status->setSpacing(8);
     auto* ready = new QHBoxLayout;
     ready->setSpacing(6);
-    ready->addWidget(new ui::StatusDot(ui::colors::green()), 0, Qt::AlignVCenter);
-    ready->addWidget(label(QStringLiteral("Ready"), captionSize, QFont::Normal, secondary), 0,
-                     Qt::AlignVCenter);
-    ready->addStretch();
+    statusDot_ = new ui::StatusDot(ui::colors::green());
+    ready->addWidget(statusDot_, 0, Qt::AlignVCenter);
+    statusText_ = label(QStringLiteral("Ready"), captionSize, QFont::Normal, secondary);
+    statusText_->setWordWrap(true);
+    ready->addWidget(statusText_, 1, Qt::AlignVCenter);
     status->addLayout(ready);
     status->addWidget(label(QStringLiteral("Select text and press hotkey"), caption2Size,
                             QFont::Normal, secondary));
@@ -174,6 +178,28 @@ MenuBarView::MenuBarView(Commands commands, QWidget* parent)
     commandsColumn->addWidget(quit);
     column->addLayout(commandsColumn);
     column->addStretch();
+
+    registrationObserver_ = std::make_unique<support::Observation>(
+        support::NotificationCenter::defaultCenter().addObserver(
+            QString::fromLatin1(Hotkeys::registrationStatusDidChange),
+            [self = QPointer<MenuBarView>(this)](const support::Notification&) {
+                if (self)
+                    self->refreshStatus();
+            }));
+    refreshStatus();
+}
+
+MenuBarView::~MenuBarView() = default;
+
+void MenuBarView::refreshStatus() {
+    const std::optional<QString> problem =
+        commands_.triggerProblem ? commands_.triggerProblem() : std::nullopt;
+    statusDot_->setColor(problem ? ui::colors::red() : ui::colors::green());
+    statusText_->setText(problem ? *problem : localized(QStringLiteral("Ready")));
+    QPalette palette = statusText_->palette();
+    palette.setColor(QPalette::WindowText,
+                     problem ? ui::colors::red() : ui::colors::secondaryText());
+    statusText_->setPalette(palette);
 }
 
 } // namespace app

@@ -274,6 +274,81 @@ QString Shortcut::description() const {
 
 namespace {
 
+// A special key as Linux keyboard settings name it.
+QString linuxKeyName(SpecialKey key) {
+    const auto index = static_cast<int>(key);
+    if (index >= static_cast<int>(SpecialKey::f1) && index <= static_cast<int>(SpecialKey::f20))
+        return QStringLiteral("F%1").arg(index - static_cast<int>(SpecialKey::f1) + 1);
+    if (index >= static_cast<int>(SpecialKey::keypad0) &&
+        index <= static_cast<int>(SpecialKey::keypad9))
+        return QStringLiteral("Keypad %1").arg(index - static_cast<int>(SpecialKey::keypad0));
+    switch (key) {
+    case SpecialKey::returnKey:
+        return QStringLiteral("Enter");
+    case SpecialKey::deleteKey:
+        return QStringLiteral("Backspace");
+    case SpecialKey::deleteForward:
+        return QStringLiteral("Delete");
+    case SpecialKey::end:
+        return QStringLiteral("End");
+    case SpecialKey::escape:
+        return QStringLiteral("Esc");
+    case SpecialKey::help:
+        return QStringLiteral("Help");
+    case SpecialKey::home:
+        return QStringLiteral("Home");
+    case SpecialKey::space:
+        return capitalized(localizedString(strings::spaceKey));
+    case SpecialKey::tab:
+        return QStringLiteral("Tab");
+    case SpecialKey::pageUp:
+        return QStringLiteral("Page Up");
+    case SpecialKey::pageDown:
+        return QStringLiteral("Page Down");
+    case SpecialKey::upArrow:
+        return QStringLiteral("Up");
+    case SpecialKey::rightArrow:
+        return QStringLiteral("Right");
+    case SpecialKey::downArrow:
+        return QStringLiteral("Down");
+    case SpecialKey::leftArrow:
+        return QStringLiteral("Left");
+    case SpecialKey::keypadClear:
+        return QStringLiteral("Clear");
+    case SpecialKey::keypadEnter:
+        return QStringLiteral("Keypad Enter");
+    default:
+        // The remaining keypad keys: the character on the key cap.
+        return QStringLiteral("Keypad ") + displayText(key).left(1);
+    }
+}
+
+} // namespace
+
+QString Shortcut::displayName() const {
+    const EventFlags flags = modifiers();
+    QStringList parts;
+    if (flags & eventflags::command)
+        parts << QStringLiteral("Ctrl");
+    if (flags & eventflags::option)
+        parts << QStringLiteral("Alt");
+    if (flags & eventflags::shift)
+        parts << QStringLiteral("Shift");
+    if (flags & eventflags::control)
+        parts << QStringLiteral("Super");
+    if (flags & eventflags::function)
+        parts << QStringLiteral("Fn");
+    if (const auto special = specialKey(carbonKeyCode))
+        parts << linuxKeyName(*special);
+    else if (const auto character = keyToCharacter())
+        parts << character->toUpper();
+    else
+        parts << QString(u'\uFFFD');
+    return parts.join(u'+');
+}
+
+namespace {
+
 std::optional<QString> menuKeyText(const Shortcut& shortcut) {
     if (const auto special = specialKey(shortcut.carbonKeyCode))
         return menuKeyEquivalent(*special);

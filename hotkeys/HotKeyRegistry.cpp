@@ -1,5 +1,6 @@
 #include "hotkeys/HotKeyRegistry.h"
 
+#include "hotkeys/Localization.h"
 #include "hotkeys/Runtime.h"
 #include "support/Log.h"
 
@@ -37,9 +38,27 @@ OSStatus registerWithPort(Runtime& state, const Shortcut& shortcut, std::int64_t
                                              hotKeyID, out);
 }
 
-void reportRefusal(const Shortcut& shortcut, OSStatus status) {
+// The log line keeps its own format; the user reads the reason in Linux words.
+void reportRefusal(Runtime& state, const Shortcut& shortcut, OSStatus status) {
     support::log(QStringLiteral("Error registering hotkey ") + shortcut.description() +
                  QStringLiteral(":") + QStringLiteral(" ") + QString::number(status));
+    const char* reason =
+        status == osstatus::eventHotKeyExistsErr ? strings::hotkeyTaken : strings::hotkeyInvalid;
+    detail::setRegistrationError(state, shortcut,
+                                 localizedString(reason).arg(shortcut.displayName()));
+}
+
+// The desktop dropped a registration by itself, or made it again.
+void registrationStatusChanged(Runtime& state, const platform::HotKeyRef& ref, OSStatus status) {
+    for (const auto& [id, hotKey] : state.hotKeys) {
+        if (hotKey->carbonHotKey != ref)
+            continue;
+        if (status == osstatus::noErr)
+            detail::setRegistrationError(state, hotKey->shortcut, std::nullopt);
+        else
+            reportRefusal(state, hotKey->shortcut, status);
+        return;
+    }
 }
 
 void registerWithdrawn(Runtime& state) {
@@ -51,8 +70,9 @@ void registerWithdrawn(Runtime& state) {
         const OSStatus status = registerWithPort(state, hotKey->shortcut, id, ref);
         if (status == osstatus::noErr && ref) {
             hotKey->carbonHotKey = std::move(ref);
+            detail::setRegistrationError(state, hotKey->shortcut, std::nullopt);
         } else {
-            reportRefusal(hotKey->shortcut, status);
+            reportRefusal(state, hotKey->shortcut, status);
             refused.push_back(id);
         }
     }
@@ -76,6 +96,9 @@ OSStatus dispatchHotKey(Runtime& state, const platform::HotKeyEvent& event) {
         return osstatus::eventNotHandledErr;
     const auto it = state.hotKeys.find(event.hotKeyID->id);
     if (it == state.hotKeys.end())
+        return osstatus::eventNotHandledErr;
+    // A recorder takes every chord, ours too: where the desktop hands the event on, it gets it.
+    if (state.recorderIsActive)
         return osstatus::eventNotHandledErr;
     const std::shared_ptr<HotKey> hotKey = it->second; // a callback may unregister it
     if (event.kind == HotKeyEventKind::hotKeyPressed)
@@ -130,9 +153,10 @@ void HotKeyRegistry::registerHotKey(const Shortcut& shortcut, Callback onKeyDown
     platform::HotKeyRef ref;
     const OSStatus status = registerWithPort(state, shortcut, id, ref);
     if (status != osstatus::noErr || !ref) {
-        reportRefusal(shortcut, status);
+        reportRefusal(state, shortcut, status);
         return;
     }
+    detail::setRegistrationError(state, shortcut, std::nullopt);
     state.hotKeys[id] = std::make_shared<HotKey>(
         HotKey{shortcut, id, std::move(ref), std::move(onKeyDown), std::move(onKeyUp)});
     if (!state.eventHandlerInstalled) {
@@ -142,6 +166,11 @@ void HotKeyRegistry::registerHotKey(const Shortcut& shortcut, Callback onKeyDown
                 if (!owner)
                     return osstatus::eventNotHandledErr;
                 return detail::handleHotKeyEvent(*owner, event);
+            });
+        state.hotKeyPort().setStatusHandler(
+            [weak = detail::weakRuntime()](const platform::HotKeyRef& hotKey, OSStatus result) {
+                if (const auto owner = weak.lock())
+                    registrationStatusChanged(*owner, hotKey, result);
             });
         if (installed == osstatus::noErr) {
             state.eventHandlerInstalled = true;
@@ -161,6 +190,8 @@ void HotKeyRegistry::unregisterHotKey(const Shortcut& shortcut) {
             ++it;
         }
     }
+    // Not wanted any more, so nothing is wrong with it.
+    detail::setRegistrationError(state, shortcut, std::nullopt);
 }
 
 // The open menu holds the keyboard, so its key events reach the application as raw key events;

@@ -78,6 +78,10 @@ void postChange(const Name& name) {
     support::NotificationCenter::defaultCenter().post(
         QString::fromLatin1(shortcutByNameDidChange),
         QVariantMap{{QStringLiteral("name"), QVariant::fromValue(name)}});
+    // The name now stands for another shortcut, whose registration may have gone otherwise;
+    // the registry posted that before the new shortcut was stored.
+    support::NotificationCenter::defaultCenter().post(
+        QString::fromLatin1(registrationStatusDidChange));
 }
 
 void dispatch(const Shortcut& pressed, EventType type) {
@@ -429,6 +433,38 @@ void setShortcutsEnabled(bool enabled) {
         return;
     state.shortcutsEnabled = enabled;
     HotKeyRegistry::updateEventHandler();
+}
+
+std::optional<QString> registrationError(const Name& name) {
+    const auto stored = shortcut(name);
+    if (!stored)
+        return std::nullopt;
+    const auto& errors = runtime().registrationErrors;
+    const auto it = errors.find(*stored);
+    if (it == errors.end())
+        return std::nullopt;
+    return it->second;
+}
+
+void setRegistrationError(const Name& name, const std::optional<QString>& error) {
+    if (const auto stored = shortcut(name))
+        detail::setRegistrationError(runtime(), *stored, error);
+}
+
+void detail::setRegistrationError(Runtime& state, const Shortcut& shortcut,
+                                  const std::optional<QString>& error) {
+    auto& errors = state.registrationErrors;
+    const auto it = errors.find(shortcut);
+    const std::optional<QString> before =
+        it == errors.end() ? std::nullopt : std::optional<QString>(it->second);
+    if (before == error)
+        return;
+    if (error)
+        errors[shortcut] = *error;
+    else
+        errors.erase(it);
+    support::NotificationCenter::defaultCenter().post(
+        QString::fromLatin1(registrationStatusDidChange));
 }
 
 bool recorderIsActive() {

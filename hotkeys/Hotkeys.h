@@ -142,6 +142,17 @@ private:
 // Only the events of one type.
 [[nodiscard]] EventStream events(EventType type, const Name& name, std::function<void()> sink);
 
+// Whether the desktop holds the name's shortcut as a hot key: none while it does (or while the
+// name has no shortcut, or nothing asked for it), otherwise a short text for the user saying
+// why not, e.g. "Ctrl+Shift+J is used by another program".
+std::optional<QString> registrationError(const Name& name);
+// Sets or clears the error of the name's shortcut from outside the registry, for a desktop
+// that accepts or refuses a binding later on; posts registrationStatusDidChange on a change.
+void setRegistrationError(const Name& name, const std::optional<QString>& error);
+// Posted on the default notification centre whenever the error of a shortcut changes, and
+// after a name's stored shortcut changed (its status may be another one's now).
+inline constexpr const char* registrationStatusDidChange = "Hotkeys_registrationStatusDidChange";
+
 // When false, every hot key is withdrawn (the entries are kept) until it is set back to true.
 bool shortcutsEnabled();
 void setShortcutsEnabled(bool enabled);

@@ -28,6 +28,9 @@ inline constexpr const char* keyboardShortcutUsedBySystem = "keyboard_shortcut_u
 inline constexpr const char* keyboardShortcutsCanBeChanged = "keyboard_shortcuts_can_be_changed";
 inline constexpr const char* ok = "ok";
 inline constexpr const char* forceUseShortcut = "force_use_shortcut";
+// One argument (%1): the shortcut's name.
+inline constexpr const char* hotkeyTaken = "hotkey_taken";
+inline constexpr const char* hotkeyInvalid = "hotkey_invalid";
 } // namespace strings
 
 inline QString localizedString(const char* key) {

@@ -18,6 +18,7 @@
 #include <QPointer>
 #include <QPushButton>
 #include <QTimer>
+#include <QWindow>
 
 namespace Hotkeys {
 
@@ -217,7 +218,7 @@ QSize RecorderField::sizeHint() const {
 
 void RecorderField::refreshText() {
     const std::optional<Shortcut> current = shortcut(shortcutName_);
-    setText(current ? current->description() : QString());
+    setText(current ? current->displayName() : QString());
     updateClearButton();
 }
 
@@ -314,6 +315,11 @@ void RecorderField::startRecording() {
     setRecorderIsActive(true);
     postActiveStatus(true);
     eventMonitor_ = std::make_unique<LocalEventMonitor>(this);
+    // Chords that other programs (or the desktop) hold would otherwise go to them and never
+    // reach the recorder; with the keyboard taken they come here, and the system check can
+    // warn about them.
+    if (QWindow* handle = window()->windowHandle())
+        keyboardGrabbed_ = handle->setKeyboardGrabEnabled(true);
 }
 
 void RecorderField::endRecording() {
@@ -322,6 +328,9 @@ void RecorderField::endRecording() {
     // Stopped at once, released later: this may run inside the monitor's own callback.
     eventMonitor_->stop();
     eventMonitor_.release()->deleteLater();
+    if (QWindow* handle = window()->windowHandle(); handle && keyboardGrabbed_)
+        handle->setKeyboardGrabEnabled(false);
+    keyboardGrabbed_ = false;
     setPlaceholderText(localizedString(strings::recordShortcut));
     updateClearButton();
     setRecorderIsActive(false);
@@ -423,12 +432,16 @@ bool RecorderField::handleKeyDown(QKeyEvent* event) {
             return true;
     }
 
-    setText(shortcut->description());
+    setText(shortcut->displayName());
     updateClearButton();
     setShortcut(*shortcut, shortcutName_);
     if (onChange_)
         onChange_(*shortcut);
     clearWindowFirstResponder();
+    // Stored, but the desktop refused it (another program holds it): say so now, not only in
+    // the settings row.
+    if (const std::optional<QString> problem = registrationError(shortcutName_))
+        showAlert(*problem, {}, {localizedString(strings::ok)});
     return true;
 }
 

@@ -25,7 +25,9 @@ class LocalEventMonitor;
 // field showing the current shortcut. It records while it has the keyboard focus (a click in
 // it, Tab, or a restart after an alert or a clear), takes the next key combination, checks it
 // against the application's menus and the system's reserved shortcuts, and stores it. Its clear
-// button removes the shortcut. While it records, no shortcut action runs (recorderIsActive).
+// button removes the shortcut. While it records, no shortcut action runs (recorderIsActive),
+// and its window holds the keyboard where the desktop allows, so chords other programs have
+// taken reach it too.
 // Main thread only.
 class RecorderField : public QLineEdit {
     Q_OBJECT
@@ -101,6 +103,7 @@ private:
     std::unique_ptr<support::Observation> shortcutsNameChangeObserver_;
     Environment environment_;
     bool shownOnce_ = false;
+    bool keyboardGrabbed_ = false;
     bool focusRequested_ = false;
 };
 

@@ -11,6 +11,7 @@
 #include <QUuid>
 #include <map>
 #include <memory>
+#include <unordered_map>
 #include <unordered_set>
 
 class QObject;
@@ -59,6 +60,8 @@ struct Runtime {
     std::map<std::int64_t, std::shared_ptr<HotKey>> hotKeys;
     std::int64_t nextHotKeyId = 0;
     bool eventHandlerInstalled = false;
+    // Why the desktop does not hold a shortcut that was asked for, for the user.
+    std::unordered_map<Shortcut, QString> registrationErrors;
 };
 
 // The current state, created on first use.
@@ -70,6 +73,10 @@ void replaceRuntime(Ports ports);
 
 // The defaults store shared with the application's settings.
 std::unique_ptr<QSettings> openDefaults();
+
+// Sets or clears the user-facing error of a shortcut; posts the change.
+void setRegistrationError(Runtime& state, const Shortcut& shortcut,
+                          const std::optional<QString>& error);
 
 // The registry's event handler, installed on the hot-key port.
 platform::OSStatus handleHotKeyEvent(Runtime& state, const platform::HotKeyEvent& event);

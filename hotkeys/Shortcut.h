@@ -103,6 +103,10 @@ struct Shortcut {
     // What the user sees: the modifier symbols (⌃⌥⇧⌘🌐︎, in that order) and the key's
     // name or character, e.g. ⇧⌘J.
     [[nodiscard]] QString description() const;
+    // The same in the words of a Linux desktop, for windows and alerts: the modifiers spelled
+    // out in the usual order (Ctrl, Alt, Shift, Super; Fn) and the key's name or upper-case
+    // character, joined by "+", e.g. Ctrl+Shift+J. Command plays Ctrl's role, Control Super's.
+    [[nodiscard]] QString displayName() const;
     // The character the key types on the current layout, ignoring the modifiers; none for a
     // special key, or when the key types no single character.
     [[nodiscard]] std::optional<QString> keyToCharacter() const;

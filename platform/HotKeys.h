@@ -105,6 +105,12 @@ public:
     // The desktop's reserved shortcuts, in its own order; a non-zero status when they cannot
     // be read.
     virtual OSStatus copySymbolicHotKeys(std::vector<SymbolicHotKey>& out) = 0;
+
+    // Told when the desktop drops a registration by itself or takes it back: a desktop may have
+    // to make it again (after a keyboard mapping change) and be refused then. `status` is noErr
+    // when the registration holds again. A backend that never drops one never calls it.
+    using StatusHandler = std::function<void(const HotKeyRef&, OSStatus)>;
+    virtual void setStatusHandler(const StatusHandler& /*handler*/) {}
 };
 
 } // namespace platform

@@ -13,25 +13,38 @@
 
 namespace {
 
-// The stored string, or nothing when the key is missing or holds another type. In the INI
-// store every scalar reads back as text, so only lists (an unquoted comma) and values the
-// store itself typed (e.g. "@Variant(...)") are rejected here.
-std::optional<QString> storedString(const QSettings& store, const QString& key) {
-    const QVariant value = store.value(key);
+// What a hand-edited store holds under a key: the value, or nothing when the key is missing.
+// A present value of the wrong type is reported once (the fallback applies) and read as
+// missing, so the user learns which line of the file was ignored.
+template <typename T>
+std::optional<T> storedValue(const QSettings& store, const QString& key, const char* expected,
+                             std::optional<T> (*convert)(const QVariant&)) {
+    if (!store.contains(key))
+        return std::nullopt;
+    std::optional<T> value = convert(store.value(key));
+    if (!value) {
+        support::log(QStringLiteral("[AppSettings] ⚠️ Ignoring %1 in %2: not %3; using the "
+                                    "default")
+                         .arg(key, store.fileName(), QLatin1String(expected)));
+    }
+    return value;
+}
+
+// In the INI store every scalar reads back as text, so only lists (an unquoted comma) and
+// values the store itself typed (e.g. "@Variant(...)") are not strings. What we write is
+// always quoted where needed, so commas, quotes and newlines of our own survive.
+std::optional<QString> asString(const QVariant& value) {
     if (value.typeId() == QMetaType::QString)
         return value.toString();
     return std::nullopt;
 }
 
-// The stored Boolean, or nothing when the key is missing or holds anything else.
-//
 // The INI format keeps no types: QSettings writes a Boolean as the bare word true or false and
 // reads every scalar back as text. So here a Boolean is exactly what we write for one, the
 // words "true" and "false" in lower case (or a real bool still in QSettings' cache). Everything
 // else is not a Boolean: "yes", "1", "False", an empty value, a list. A user who edits the file
 // and writes show_menu_bar_icon=false gets what they wrote; a misspelt value gets the fallback.
-std::optional<bool> storedBool(const QSettings& store, const QString& key) {
-    const QVariant value = store.value(key);
+std::optional<bool> asBool(const QVariant& value) {
     if (value.typeId() == QMetaType::Bool)
         return value.toBool();
     if (value.typeId() == QMetaType::QString) {
@@ -42,6 +55,14 @@ std::optional<bool> storedBool(const QSettings& store, const QString& key) {
             return false;
     }
     return std::nullopt;
+}
+
+std::optional<QString> storedString(const QSettings& store, const QString& key) {
+    return storedValue<QString>(store, key, "text", asString);
+}
+
+std::optional<bool> storedBool(const QSettings& store, const QString& key) {
+    return storedValue<bool>(store, key, "true or false", asBool);
 }
 
 // Stands in when the process was given no login-item service (e.g. the command-line tool).

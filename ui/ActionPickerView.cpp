@@ -316,6 +316,14 @@ void ActionPickerView::finish(const std::exception_ptr& error) {
     }
 }
 
+void ActionPickerView::showFailure(const QString& description) {
+    if (phase_.kind() != Phase::Kind::picker && phase_.kind() != Phase::Kind::custom)
+        return;
+    KeyHandler::shared().setAllowTyping(false);
+    setPhase(Phase::error(description));
+    support::runOnMainAfter(this, std::chrono::milliseconds(failureDelayMs), [this] { dismiss(); });
+}
+
 void ActionPickerView::dismiss() {
     // Copied: dismissing may hide the panel and, with it, end this view.
     const DismissAction onDismiss = onDismiss_;

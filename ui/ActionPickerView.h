@@ -86,6 +86,9 @@ public:
     void select(int index);
     // Return in the instruction field, or its submit button.
     void submitCustom();
+    // Shows `description` as a failure and dismisses as a failed action does; only while the
+    // user is still choosing (an action under way reports its own outcome).
+    void showFailure(const QString& description);
 
     // Parts, for tests and pictures.
     [[nodiscard]] QLineEdit* instructionField() const;

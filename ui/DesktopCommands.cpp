@@ -1,6 +1,8 @@
 #include "ui/DesktopCommands.h"
 
 #include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QStringList>
@@ -28,6 +30,19 @@ bool launch(const SettingsTool& tool) {
 }
 
 } // namespace
+
+void notify(const QString& summary, const QString& body) {
+    QDBusMessage message = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.Notifications"),
+        QStringLiteral("/org/freedesktop/Notifications"),
+        QStringLiteral("org.freedesktop.Notifications"), QStringLiteral("Notify"));
+    // A session without a running server shows nothing rather than gaining a daemon that
+    // outlives us.
+    message.setAutoStartService(false);
+    message << QCoreApplication::applicationName() << 0U << QString() << summary << body
+            << QStringList() << QVariantMap() << -1;
+    QDBusConnection::sessionBus().call(message, QDBus::NoBlock);
+}
 
 bool openAccessibilitySettings() {
     // The current desktop's own tool first, then whichever is installed.

@@ -7,6 +7,7 @@
 #include <QBitmap>
 #include <QEasingCurve>
 #include <QGuiApplication>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QPropertyAnimation>
 #include <QTimer>
@@ -85,6 +86,17 @@ void FloatingPanel::setFade(qreal opacity) {
         setWindowOpacity(opacity);
 }
 
+void FloatingPanel::mousePressEvent(QMouseEvent* event) {
+    // Under the pointer grab, a press anywhere on screen comes here; outside the panel it is
+    // the user moving on.
+    if (pointerGrabbed_ && !rect().contains(event->position().toPoint())) {
+        event->accept();
+        Q_EMIT dismissRequested();
+        return;
+    }
+    QWidget::mousePressEvent(event);
+}
+
 void FloatingPanel::setContentView(QWidget* view) {
     if (view == content_)
         return;
@@ -157,8 +169,7 @@ void FloatingPanel::show(const platform::Rect& frame) {
         onWayland() || (focus && focus != windowHandle()))
         activateWindow();
 
-    grabAttempts_ = 0;
-    tryGrabKeyboard();
+    holdKeyboard();
 
     fadeIn_->setStartValue(0.0);
     fadeIn_->start();
@@ -200,6 +211,11 @@ void FloatingPanel::cancelHide() {
     }
 }
 
+void FloatingPanel::holdKeyboard() {
+    grabAttempts_ = 0;
+    tryGrabKeyboard();
+}
+
 void FloatingPanel::tryGrabKeyboard() {
     grabRetry_->stop();
     QWindow* window = windowHandle();
@@ -208,20 +224,34 @@ void FloatingPanel::tryGrabKeyboard() {
     ++grabAttempts_;
     if (window->setKeyboardGrabEnabled(true)) {
         keyboardGrabbed_ = true;
+        pointerGrabbed_ = window->setMouseGrabEnabled(true);
+        activeWindowWatch_ = native::ActiveWindowWatch::start([this] {
+            if (keyboardGrabbed_)
+                Q_EMIT dismissRequested();
+        });
         return;
     }
     // Only X11 refuses a grab for a moment and then grants it; elsewhere one attempt tells.
-    if (QGuiApplication::platformName() == QLatin1String("xcb") && grabAttempts_ < grabAttemptsMax)
+    if (QGuiApplication::platformName() != QLatin1String("xcb"))
+        return;
+    if (grabAttempts_ < grabAttemptsMax)
         grabRetry_->start();
+    else
+        Q_EMIT keyboardGrabFailed();
 }
 
 void FloatingPanel::releaseKeyboard() {
     grabRetry_->stop();
+    activeWindowWatch_.reset();
     if (!keyboardGrabbed_)
         return;
     keyboardGrabbed_ = false;
-    if (QWindow* window = windowHandle())
+    if (QWindow* window = windowHandle()) {
         window->setKeyboardGrabEnabled(false);
+        if (pointerGrabbed_)
+            window->setMouseGrabEnabled(false);
+    }
+    pointerGrabbed_ = false;
     // Until the server has let go, GTK applications report no focused element, and an
     // accessibility read that follows at once would find nothing.
     native::syncWithServer();

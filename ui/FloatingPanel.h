@@ -5,6 +5,7 @@
 #include <QPointer>
 #include <QWidget>
 #include <functional>
+#include <memory>
 #include <vector>
 
 class QPropertyAnimation;
@@ -12,13 +13,18 @@ class QTimer;
 
 namespace ui {
 
+namespace native {
+class ActiveWindowWatch;
+}
+
 // The small borderless panel that shows the action picker next to the user's selection.
 //
 // It floats above ordinary windows on every desktop, has no frame, no shadow and a clear
 // background, and is shown without activating this application: the application the user was
 // working in stays in front (and later receives the synthetic copy and paste). While it is
 // shown it holds the keyboard, so the key presses made meanwhile come to it; KeyHandler routes
-// them to the content.
+// them to the content. It holds the pointer too, so a click outside it (or another window
+// becoming active) asks for it to go away instead of leaving the keyboard taken.
 //
 // One panel is made at launch and reused: each trigger puts new content in and shows it; the
 // content's dismissal hides it. Between triggers it is off screen at opacity 1. Main thread
@@ -59,11 +65,23 @@ public:
     // offers no grab, for example offscreen).
     [[nodiscard]] bool hasKeyboardGrab() const { return keyboardGrabbed_; }
 
-    // Lets go of the keyboard while the panel stays on screen: once an action runs, the
-    // synthetic copy and paste it sends must reach the user's application, not the panel.
+    // Lets go of the keyboard (and the pointer) while the panel stays on screen: once an action
+    // runs, the synthetic copy and paste it sends must reach the user's application, not the
+    // panel.
     void releaseKeyboard();
+    // Takes the keyboard again, for as long as the panel stays on screen.
+    void holdKeyboard();
+
+Q_SIGNALS:
+    // While the panel holds the keyboard, the user clicked outside it, or the window manager
+    // activated another window: the user has moved on, and the content should go away.
+    void dismissRequested();
+    // The keyboard could not be taken (another program holds it): keys the user types go to
+    // their application, so the content should say so and go away.
+    void keyboardGrabFailed();
 
 protected:
+    void mousePressEvent(QMouseEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
 
@@ -86,6 +104,8 @@ private:
     int grabAttempts_ = 0;
     bool keyboardGrabbed_ = false;
     qreal fade_ = 1.0;
+    bool pointerGrabbed_ = false;
+    std::unique_ptr<native::ActiveWindowWatch> activeWindowWatch_;
     std::vector<std::function<void()>> pendingCompletions_;
 };
 

@@ -1,7 +1,11 @@
 #include "ui/NativeWindow.h"
 
+#include <QAbstractNativeEventFilter>
+#include <QCoreApplication>
 #include <QGuiApplication>
 #include <QWidget>
+#include <QWindow>
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <xcb/xcb.h>
@@ -15,6 +19,11 @@ xcb_connection_t* x11Connection() {
     return app ? app->connection() : nullptr;
 }
 
+xcb_window_t rootWindow(xcb_connection_t* c) {
+    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    return screen ? screen->root : xcb_window_t{XCB_WINDOW_NONE};
+}
+
 xcb_atom_t atom(xcb_connection_t* c, const char* name) {
     const auto length = static_cast<std::uint16_t>(qstrlen(name));
     xcb_intern_atom_reply_t* reply =
@@ -26,7 +35,120 @@ xcb_atom_t atom(xcb_connection_t* c, const char* name) {
     return result;
 }
 
+xcb_window_t activeWindow(xcb_connection_t* c, xcb_window_t root, xcb_atom_t property) {
+    xcb_get_property_reply_t* reply = xcb_get_property_reply(
+        c, xcb_get_property(c, 0, root, property, XCB_ATOM_WINDOW, 0, 1), nullptr);
+    xcb_window_t window = XCB_WINDOW_NONE;
+    if (reply && xcb_get_property_value_length(reply) >= 4)
+        window = *static_cast<const xcb_window_t*>(xcb_get_property_value(reply));
+    std::free(reply); // NOLINT(cppcoreguidelines-no-malloc)
+    return window;
+}
+
+// Follows _NET_ACTIVE_WINDOW on the root window. Qt's own connection is used, so the root's
+// property changes are added to the events Qt already selects there, never put in their place.
+class X11ActiveWindowWatch final : public ActiveWindowWatch, public QAbstractNativeEventFilter {
+public:
+    X11ActiveWindowWatch(xcb_connection_t* c, std::function<void()> onChange)
+        : connection_(c), root_(rootWindow(c)), property_(atom(c, "_NET_ACTIVE_WINDOW")),
+          onChange_(std::move(onChange)) {
+        xcb_get_window_attributes_reply_t* attributes =
+            xcb_get_window_attributes_reply(c, xcb_get_window_attributes(c, root_), nullptr);
+        if (attributes && !(attributes->your_event_mask & XCB_EVENT_MASK_PROPERTY_CHANGE)) {
+            const std::uint32_t mask = attributes->your_event_mask | XCB_EVENT_MASK_PROPERTY_CHANGE;
+            xcb_change_window_attributes(c, root_, XCB_CW_EVENT_MASK, &mask);
+        }
+        std::free(attributes); // NOLINT(cppcoreguidelines-no-malloc)
+        active_ = activeWindow(c, root_, property_);
+        QCoreApplication::instance()->installNativeEventFilter(this);
+    }
+    ~X11ActiveWindowWatch() override {
+        if (auto* app = QCoreApplication::instance())
+            app->removeNativeEventFilter(this);
+    }
+
+    bool nativeEventFilter(const QByteArray& eventType, void* message, qintptr*) override {
+        if (eventType != "xcb_generic_event_t")
+            return false;
+        const auto* event = static_cast<const xcb_generic_event_t*>(message);
+        if ((event->response_type & 0x7f) != XCB_PROPERTY_NOTIFY)
+            return false;
+        const auto* notify = static_cast<const xcb_property_notify_event_t*>(message);
+        if (notify->window != root_ || notify->atom != property_)
+            return false;
+        const xcb_window_t now = activeWindow(connection_, root_, property_);
+        if (now != active_ && now != XCB_WINDOW_NONE && !isOwnWindow(now)) {
+            active_ = now;
+            // Copied: the callback may end this watch.
+            const std::function<void()> callback = onChange_;
+            callback();
+        }
+        return false;
+    }
+
+private:
+    // One of this application's windows becoming active (the panel itself, taking the focus
+    // from the settings window) is no reason to go.
+    static bool isOwnWindow(xcb_window_t window) {
+        const QWindowList windows = QGuiApplication::allWindows();
+        return std::any_of(windows.begin(), windows.end(), [window](const QWindow* w) {
+            return w->handle() && static_cast<xcb_window_t>(w->winId()) == window;
+        });
+    }
+
+    xcb_connection_t* connection_;
+    xcb_window_t root_;
+    xcb_atom_t property_;
+    xcb_window_t active_ = XCB_WINDOW_NONE;
+    std::function<void()> onChange_;
+};
+
+class X11KeyboardBlock final : public KeyboardBlock {
+public:
+    explicit X11KeyboardBlock(xcb_connection_t* c) : connection_(c) {}
+    ~X11KeyboardBlock() override {
+        xcb_ungrab_keyboard(connection_, XCB_CURRENT_TIME);
+        // A round trip, so the keyboard is back before the caller sends its keystrokes.
+        std::free(xcb_get_input_focus_reply(connection_, xcb_get_input_focus(connection_),
+                                            nullptr)); // NOLINT(cppcoreguidelines-no-malloc)
+        xcb_disconnect(connection_);
+    }
+
+private:
+    xcb_connection_t* connection_;
+};
+
 } // namespace
+
+std::unique_ptr<KeyboardBlock> KeyboardBlock::start() {
+    if (QGuiApplication::platformName() != QLatin1String("xcb"))
+        return nullptr;
+    xcb_connection_t* c = xcb_connect(nullptr, nullptr);
+    if (!c || xcb_connection_has_error(c) != 0 || rootWindow(c) == XCB_WINDOW_NONE) {
+        if (c)
+            xcb_disconnect(c);
+        return nullptr;
+    }
+    xcb_grab_keyboard_reply_t* reply =
+        xcb_grab_keyboard_reply(c,
+                                xcb_grab_keyboard(c, 0, rootWindow(c), XCB_CURRENT_TIME,
+                                                  XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC),
+                                nullptr);
+    const bool grabbed = reply && reply->status == XCB_GRAB_STATUS_SUCCESS;
+    std::free(reply); // NOLINT(cppcoreguidelines-no-malloc)
+    if (!grabbed) {
+        xcb_disconnect(c);
+        return nullptr;
+    }
+    return std::make_unique<X11KeyboardBlock>(c);
+}
+
+std::unique_ptr<ActiveWindowWatch> ActiveWindowWatch::start(std::function<void()> onChange) {
+    xcb_connection_t* c = x11Connection();
+    if (!c || rootWindow(c) == XCB_WINDOW_NONE)
+        return nullptr;
+    return std::make_unique<X11ActiveWindowWatch>(c, std::move(onChange));
+}
 
 void keepOnAllDesktops(QWidget* window) {
     xcb_connection_t* c = x11Connection();

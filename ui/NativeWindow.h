@@ -1,5 +1,8 @@
 #pragma once
 
+#include <functional>
+#include <memory>
+
 class QWidget;
 
 // What the floating panel needs from the window system beyond Qt's own window flags. Each call
@@ -19,5 +22,33 @@ bool hasCompositor();
 // that other applications see the outcome, for example a keyboard grab let go, before this
 // application asks them anything.
 void syncWithServer();
+
+// Keeps every key the user types from reaching any application while it lives, without any
+// window of ours in front: a keyboard grab of its own connection, whose events nobody reads.
+// Safe to use from any one thread. None where the desktop has no such grab (without X11), or
+// while another client holds the keyboard.
+class KeyboardBlock {
+public:
+    static std::unique_ptr<KeyboardBlock> start();
+    virtual ~KeyboardBlock() = default;
+    KeyboardBlock(const KeyboardBlock&) = delete;
+    KeyboardBlock& operator=(const KeyboardBlock&) = delete;
+
+protected:
+    KeyboardBlock() = default;
+};
+
+// Calls `onChange` when the window manager makes another window the active one, until the watch
+// is destroyed. None where the desktop does not tell (without X11).
+class ActiveWindowWatch {
+public:
+    static std::unique_ptr<ActiveWindowWatch> start(std::function<void()> onChange);
+    virtual ~ActiveWindowWatch() = default;
+    ActiveWindowWatch(const ActiveWindowWatch&) = delete;
+    ActiveWindowWatch& operator=(const ActiveWindowWatch&) = delete;
+
+protected:
+    ActiveWindowWatch() = default;
+};
 
 } // namespace ui::native

@@ -5,6 +5,7 @@
 #include "platform/Workspace.h"
 #include "service/AppSettings.h"
 #include "service/ClaudeModel.h"
+#include "support/NotificationCenter.h"
 #include "ui/Color.h"
 #include "ui/DesktopCommands.h"
 #include "ui/Drawing.h"
@@ -20,6 +21,7 @@
 #include <QMessageBox>
 #include <QPainter>
 #include <QPlainTextEdit>
+#include <QPointer>
 #include <QPushButton>
 #include <QSignalBlocker>
 #include <QStackedWidget>
@@ -145,7 +147,7 @@ GeneralSettingsTab::GeneralSettingsTab(AppSettings& settings,
     : FormPage(parent), settings_(settings), accessibility_(accessibility),
       commands_(std::move(commands)), launchAtLogin_(new ToggleSwitch),
       showMenuBarIcon_(new ToggleSwitch), autoFix_(new ToggleSwitch),
-      recorder_(new Hotkeys::Recorder(triggerName)),
+      recorder_(new Hotkeys::Recorder(triggerName)), triggerName_(triggerName),
       permissionIcon_(new SettingsIcon(QStringLiteral("lock.shield.fill"), colors::green())),
       permissionDot_(new StatusDot), permissionText_(new QLabel) {
     const auto switchRow = [](FormSection* section, const QString& icon, const QColor& color,
@@ -177,6 +179,16 @@ GeneralSettingsTab::GeneralSettingsTab(AppSettings& settings,
     shortcutRow->addWidget(text(QStringLiteral("Trigger Shortcut")));
     shortcutRow->addStretch();
     shortcutRow->addWidget(recorder_);
+    // Said under the row while the desktop refuses the shortcut.
+    shortcutProblem_ = hint(colors::red());
+    shortcut->addRow()->addWidget(shortcutProblem_);
+    shortcutObserver_ = support::NotificationCenter::defaultCenter().addObserver(
+        QString::fromLatin1(Hotkeys::registrationStatusDidChange),
+        [self = QPointer<GeneralSettingsTab>(this)](const support::Notification&) {
+            if (self)
+                self->refreshShortcutProblem();
+        });
+    refreshShortcutProblem();
 
     FormSection* permission = addSection();
     QHBoxLayout* permissionRow = permission->addRow();
@@ -192,6 +204,9 @@ GeneralSettingsTab::GeneralSettingsTab(AppSettings& settings,
     permissionText_->setPalette(dimmed);
     status->addWidget(permissionText_, 0, Qt::AlignVCenter);
     permissionRow->addLayout(status);
+
+    accessibilityNotice_ = hint(colors::secondaryText());
+    permission->addRow()->addWidget(accessibilityNotice_);
 
     QHBoxLayout* actions = permission->addRow();
     auto* openSettings = new QPushButton(QStringLiteral("Open System Settings"));
@@ -223,6 +238,37 @@ void GeneralSettingsTab::refresh() {
     launchAtLogin_->setChecked(settings_.launchAtLogin());
     showMenuBarIcon_->setChecked(settings_.showMenuBarIcon());
     autoFix_->setChecked(settings_.autoFixOnTrigger());
+}
+
+// A small wrapped line under a row, hidden while it has nothing to say.
+QLabel* GeneralSettingsTab::hint(const QColor& color) {
+    auto* label = new QLabel;
+    label->setFont(sized(statusSize));
+    label->setWordWrap(true);
+    QPalette palette = label->palette();
+    palette.setColor(QPalette::WindowText, color);
+    label->setPalette(palette);
+    label->hide();
+    return label;
+}
+
+void GeneralSettingsTab::refreshShortcutProblem() {
+    const std::optional<QString> problem = Hotkeys::registrationError(triggerName_);
+    shortcutProblem_->setText(problem.value_or(QString()));
+    shortcutProblem_->setVisible(problem.has_value());
+}
+
+QString GeneralSettingsTab::shortcutProblem() const {
+    return shortcutProblem_->text();
+}
+
+QString GeneralSettingsTab::accessibilityNotice() const {
+    return accessibilityNotice_->text();
+}
+
+void GeneralSettingsTab::setAccessibilityNotice(const QString& notice) {
+    accessibilityNotice_->setText(notice);
+    accessibilityNotice_->setVisible(!notice.isEmpty());
 }
 
 void GeneralSettingsTab::refreshPermission() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hotkeys/Hotkeys.h"
+#include "support/NotificationCenter.h"
 #include "ui/SettingsForm.h"
 
 #include <QWidget>
@@ -8,6 +9,7 @@
 
 class AppSettings;
 class QAbstractButton;
+class QColor;
 class QComboBox;
 class QLabel;
 class QLineEdit;
@@ -54,13 +56,21 @@ public:
 
     // Asks the accessibility port again and shows the answer.
     void refreshPermission();
+    // A line under the accessibility row saying what Mendwise changed and what to do about
+    // it; empty hides it.
+    void setAccessibilityNotice(const QString& notice);
+    [[nodiscard]] QString accessibilityNotice() const;
+    // What the row of the trigger shortcut says about it: empty while the desktop holds it.
+    [[nodiscard]] QString shortcutProblem() const;
     [[nodiscard]] Hotkeys::Recorder* recorder() const { return recorder_; }
 
 protected:
     void showEvent(QShowEvent* event) override;
 
 private:
+    static QLabel* hint(const QColor& color);
     void refresh();
+    void refreshShortcutProblem();
     void openAccessibilitySettings();
 
     AppSettings& settings_;
@@ -70,6 +80,10 @@ private:
     ToggleSwitch* showMenuBarIcon_;
     ToggleSwitch* autoFix_;
     Hotkeys::Recorder* recorder_;
+    Hotkeys::Name triggerName_;
+    QLabel* shortcutProblem_ = nullptr;
+    support::Observation shortcutObserver_;
+    QLabel* accessibilityNotice_ = nullptr;
     SettingsIcon* permissionIcon_;
     QWidget* permissionDot_;
     QLabel* permissionText_;

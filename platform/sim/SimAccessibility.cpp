@@ -119,6 +119,11 @@ void SimDesktop::setTrusted(bool trusted) {
     state_->trusted = trusted;
 }
 
+void SimDesktop::setPromptGrantsTrust(bool grants) {
+    const std::lock_guard lock(state_->mutex);
+    state_->promptGrantsTrust = grants;
+}
+
 int SimDesktop::trustPromptCount() const {
     const std::lock_guard lock(state_->mutex);
     return state_->trustPrompts;
@@ -151,6 +156,8 @@ bool SimDesktop::isProcessTrustedWithPrompt() {
     const std::lock_guard lock(state_->mutex);
     state_->axCalls.push_back({AXCall::Kind::isProcessTrustedWithPrompt, -1, std::nullopt, {}});
     ++state_->trustPrompts;
+    if (state_->promptGrantsTrust)
+        state_->trusted = true;
     return state_->trusted;
 }
 

@@ -182,6 +182,9 @@ public:
 
     // --- Accessibility trust and call record -------------------------------------------
     void setTrusted(bool trusted);
+    // Whether the prompt grants trust at once, as a desktop whose accessibility support the
+    // prompt switches on.
+    void setPromptGrantsTrust(bool grants);
     [[nodiscard]] int trustPromptCount() const;
     [[nodiscard]] std::vector<AXCall> accessibilityCalls() const;
     [[nodiscard]] QStringList accessibilityCallLog() const;

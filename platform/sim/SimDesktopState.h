@@ -83,6 +83,7 @@ struct SimDesktop::State {
     std::optional<std::int32_t> frontmost;
 
     bool trusted = true;
+    bool promptGrantsTrust = false;
     int trustPrompts = 0;
     std::vector<AXCall> axCalls;
 

@@ -42,6 +42,21 @@ void SimHotKeys::removeEventKinds(const std::vector<HotKeyEventKind>& kinds) {
         listened_.erase(kind);
 }
 
+void SimHotKeys::setStatusHandler(const StatusHandler& handler) {
+    statusHandler_ = handler;
+}
+
+void SimHotKeys::remapKeyboard() {
+    // Copied: the handler may unregister.
+    const auto held = held_;
+    for (const auto& hotKey : held) {
+        const auto refusal =
+            refused_.find({hotKey->registration.keyCode, hotKey->registration.modifiers});
+        if (statusHandler_)
+            statusHandler_(hotKey, refusal == refused_.end() ? osstatus::noErr : refusal->second);
+    }
+}
+
 OSStatus SimHotKeys::copySymbolicHotKeys(std::vector<SymbolicHotKey>& out) {
     out = symbolic_;
     return symbolicStatus_;

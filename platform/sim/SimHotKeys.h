@@ -27,6 +27,11 @@ public:
     void addEventKinds(const std::vector<HotKeyEventKind>& kinds) override;
     void removeEventKinds(const std::vector<HotKeyEventKind>& kinds) override;
     OSStatus copySymbolicHotKeys(std::vector<SymbolicHotKey>& out) override;
+    void setStatusHandler(const StatusHandler& handler) override;
+
+    // A keyboard mapping change: every registration is made again, and the status handler
+    // hears how each went (refused while its combination is refused).
+    void remapKeyboard();
 
     // Live registrations, oldest first.
     [[nodiscard]] QList<Registration> registrations() const;
@@ -61,6 +66,7 @@ private:
     std::vector<std::shared_ptr<Held>> held_;
     std::map<std::pair<std::uint32_t, std::uint32_t>, OSStatus> refused_;
     EventHandler handler_;
+    StatusHandler statusHandler_;
     std::set<HotKeyEventKind> listened_;
     std::vector<SymbolicHotKey> symbolic_;
     OSStatus symbolicStatus_ = osstatus::noErr;

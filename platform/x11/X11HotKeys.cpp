@@ -87,6 +87,7 @@ struct X11HotKeys::Impl final : QAbstractNativeEventFilter {
 
     std::vector<std::shared_ptr<Grab>> grabs;
     EventHandler handler;
+    StatusHandler statusHandler;
     std::set<HotKeyEventKind> listened;
     // Hot keys held down, by key code: the release belongs to the press.
     std::map<xcb_keycode_t, HotKeyID> activePresses;
@@ -346,7 +347,14 @@ struct X11HotKeys::Impl final : QAbstractNativeEventFilter {
             return false;
         const HotKeyID id = (*it)->id;
         activePresses[key.detail] = id;
-        deliver(HotKeyEvent{HotKeyEventKind::hotKeyPressed, id, std::nullopt, std::nullopt});
+        const auto status =
+            deliver(HotKeyEvent{HotKeyEventKind::hotKeyPressed, id, std::nullopt, std::nullopt});
+        // Under our own window's keyboard grab, a press the handler declines (a recorder is
+        // recording) goes on to that window, and so does its release.
+        if (key.event != root && status != osstatus::noErr) {
+            activePresses.erase(key.detail);
+            return false;
+        }
         return true;
     }
 
@@ -398,10 +406,18 @@ struct X11HotKeys::Impl final : QAbstractNativeEventFilter {
             grab->grabbed = false;
         }
         readModifierMap();
-        for (const auto& grab : grabs) {
+        // Copied: the status handler may unregister hot keys.
+        const auto current = grabs;
+        for (const auto& grab : current) {
             grab->mask = xMask(grab->modifiers);
-            grab->grabbed = holds(grab->keycode, grab->mask) ||
-                            grabKey(grab->keycode, grab->mask) == osstatus::noErr;
+            const OSStatus status = holds(grab->keycode, grab->mask)
+                                        ? osstatus::noErr
+                                        : grabKey(grab->keycode, grab->mask);
+            grab->grabbed = status == osstatus::noErr;
+            // Reported every time: the registry tells a refusal again and clears it once the
+            // grab holds.
+            if (statusHandler)
+                statusHandler(grab, status);
         }
     }
 };
@@ -468,6 +484,10 @@ OSStatus X11HotKeys::unregisterHotKey(const HotKeyRef& hotKey) {
 OSStatus X11HotKeys::installEventHandler(EventHandler handler) {
     d->handler = std::move(handler);
     return osstatus::noErr;
+}
+
+void X11HotKeys::setStatusHandler(const StatusHandler& handler) {
+    d->statusHandler = handler;
 }
 
 void X11HotKeys::addEventKinds(const std::vector<HotKeyEventKind>& kinds) {

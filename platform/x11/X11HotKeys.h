@@ -14,7 +14,7 @@
 // release; the release is matched by the key code of the active press, since the user may let
 // go of the modifiers first. Detectable auto-repeat is switched on for the connection, so holding
 // the combination gives one press and one release. After a keyboard mapping change every
-// grab is made again.
+// grab is made again, and the status handler hears how each one went.
 //
 // Raw key events are the key events of the application's own windows (an open menu holds the
 // keyboard); when the handler takes a press, the press and its release do not reach Qt.
@@ -39,6 +39,7 @@ public:
     void addEventKinds(const std::vector<HotKeyEventKind>& kinds) override;
     void removeEventKinds(const std::vector<HotKeyEventKind>& kinds) override;
     OSStatus copySymbolicHotKeys(std::vector<SymbolicHotKey>& out) override;
+    void setStatusHandler(const StatusHandler& handler) override;
 
     // Whether detectable auto-repeat could be switched on.
     [[nodiscard]] bool detectableAutoRepeat() const;

@@ -5,8 +5,9 @@
 #include <memory>
 
 // What keys type on the X server's current keyboard layout, through xkbcommon: the keymap of
-// the core keyboard, fetched again at every call, at level 0 (no modifier) of the group in
-// effect for the key. A dead key types no text.
+// the core keyboard, fetched again at every call, at level 0 (no modifier) of the current
+// group, or of the first Latin group when the current one is not (Cyrillic, Greek...): the
+// current ASCII-capable layout. A dead key types no text.
 namespace platform::x11 {
 
 class X11KeyboardLayout final : public KeyboardLayoutPort {

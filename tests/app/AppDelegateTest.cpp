@@ -17,12 +17,16 @@
 #include "ui/ActionPickerView.h"
 #include "ui/FloatingPanel.h"
 #include "ui/ScreenGeometry.h"
+#include "ui/SettingsView.h"
 
 #include <QApplication>
+#include <QDir>
+#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLineEdit>
 #include <QSettings>
+#include <QSystemTrayIcon>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -141,6 +145,56 @@ TEST_F(AppDelegateTest, UntrustedLaunchAsksOnceAndCarriesOn) {
     EXPECT_FALSE(log.contains(QStringLiteral("[AppDelegate] ✅ Accessibility granted")));
     EXPECT_EQ(desktop->trustPromptCount(), 1);
     EXPECT_TRUE(hotKeys->isRegistered(keyJ, commandShift));
+}
+
+TEST_F(AppDelegateTest, APromptThatSwitchesAccessibilityOnIsToldInTheSettings) {
+    for (const bool grants : {false, true}) {
+        desktop->setTrusted(false);
+        desktop->setPromptGrantsTrust(grants);
+        launch();
+        delegate->openSettings();
+        auto* view = delegate->settingsWindow()->findChild<ui::SettingsView*>();
+        ASSERT_NE(view, nullptr);
+        EXPECT_EQ(view->generalTab()->accessibilityNotice().contains(
+                      u"Restart applications started before Mendwise"),
+                  grants);
+    }
+}
+
+TEST_F(AppDelegateTest, LinuxInstallPlacesAndBuildTreesAreNeverWarned) {
+    QTemporaryDir buildTree;
+    QFile cache(buildTree.filePath(QStringLiteral("CMakeCache.txt")));
+    ASSERT_TRUE(cache.open(QIODevice::WriteOnly));
+    ASSERT_TRUE(QDir(buildTree.path()).mkpath(QStringLiteral("Downloads/app")));
+    const QString home = QStringLiteral("/home/me");
+    const std::pair<QString, bool> cases[] = {
+        {QStringLiteral("/usr/bin/mendwise"), true},
+        {QStringLiteral("/usr/local/bin/mendwise"), true},
+        {QStringLiteral("/opt/mendwise/bin/mendwise"), true},
+        {QStringLiteral("/home/me/.local/bin/mendwise"), true},
+        {buildTree.filePath(QStringLiteral("Downloads/app/mendwise")), true},
+        {QStringLiteral("/home/me/Downloads/mendwise/mendwise"), false},
+        {QStringLiteral("/home/me/.localized/mendwise"), false},
+    };
+    for (const auto& [path, exempt] : cases)
+        EXPECT_EQ(app::AppDelegate::isInstalledOrBuilt(path, home), exempt) << path.toStdString();
+}
+
+TEST_F(AppDelegateTest, TheTrayIconFollowsItsSwitchAndAutoFixRunsAtTheTrigger) {
+    launch();
+    ASSERT_NE(delegate->statusItem(), nullptr);
+    EXPECT_TRUE(delegate->statusItem()->isVisible());
+    settings->setShowMenuBarIcon(false);
+    EXPECT_FALSE(delegate->statusItem()->isVisible());
+    settings->setShowMenuBarIcon(true);
+    EXPECT_TRUE(delegate->statusItem()->isVisible());
+
+    settings->setAutoFixOnTrigger(true);
+    ui::ActionPickerView* picker = trigger();
+    ASSERT_NE(picker, nullptr);
+    EXPECT_NE(picker->phase(), ui::ActionPickerView::Phase::picker()) << "opens working";
+    EXPECT_TRUE(waitUntil([&] { return server.requests().size() == 1; }));
+    EXPECT_EQ(systemOfRequest(0), AppSettings::defaultSystemPrompt);
 }
 
 TEST_F(AppDelegateTest, InstallLocationWarnsOnlyForTransientPlaces) {

@@ -36,6 +36,25 @@ TEST_F(Description, ModifierSymbolsInTheirFixedOrder) {
     EXPECT_EQ(Shortcut(Key::minus, 0).description(), QStringLiteral("-"));
 }
 
+// What a person reads in a window: Linux words, in the usual order, Command playing Ctrl.
+TEST_F(Description, DisplayNamesUseLinuxWords) {
+    const std::pair<Shortcut, const char*> cases[] = {
+        {Shortcut(Key::j, eventflags::command | eventflags::shift), "Ctrl+Shift+J"},
+        {Shortcut(Key::a, allModifiers), "Ctrl+Alt+Shift+Super+Fn+A"},
+        {Shortcut(Key::space, eventflags::control | eventflags::option), "Alt+Super+Space"},
+        {Shortcut(Key::f5, 0), "F5"},
+        {Shortcut(Key::returnKey, eventflags::command), "Ctrl+Enter"},
+        {Shortcut(Key::keypad5, eventflags::command), "Ctrl+Keypad 5"},
+        {Shortcut(Key::keypadPlus, 0), "Keypad +"},
+        {Shortcut(Key::pageDown, eventflags::option), "Alt+Page Down"},
+        {Shortcut(Key::slash, eventflags::command), "Ctrl+/"},
+    };
+    for (const auto& [shortcut, expected] : cases)
+        EXPECT_EQ(shortcut.displayName(), QString::fromUtf8(expected)) << expected;
+    layout->setCharacters(Key::e.rawValue, QString()); // a dead key
+    EXPECT_EQ(Shortcut(Key::e, eventflags::command).displayName(), QStringLiteral("Ctrl+\uFFFD"));
+}
+
 TEST_F(Description, SpecialKeysShowTheirNames) {
     EXPECT_EQ(Shortcut(Key::space, eventflags::control | eventflags::option).description(),
               QStringLiteral("⌃⌥Space"));

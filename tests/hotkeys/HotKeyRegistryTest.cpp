@@ -3,6 +3,7 @@
 
 #include "HotkeysFixture.h"
 #include "support/Log.h"
+#include "support/NotificationCenter.h"
 
 #include <QMenu>
 
@@ -136,6 +137,36 @@ TEST_F(Registry, ARefusedReRegistrationDropsTheEntry) {
     setShortcutsEnabled(true);
     EXPECT_EQ(ids(), QList<std::int64_t>{2});
     EXPECT_EQ(log.records(), QStringList{QStringLiteral("Error registering hotkey ⇧⌘J: -9878")});
+}
+
+// The status the popover and the settings read: set by a refusal, cleared by a registration
+// that holds, and settable from outside (a desktop that refuses later).
+TEST_F(Registry, ARefusedShortcutIsKnownUntilARegistrationHolds) {
+    int posts = 0;
+    const auto observer = support::NotificationCenter::defaultCenter().addObserver(
+        QString::fromLatin1(registrationStatusDidChange), [&](const auto&) { ++posts; });
+    const Name name(QStringLiteral("trigger"));
+    hotKeys->refuse(38, 768);
+    setShortcut(commandShiftJ, name);
+    EXPECT_EQ(registrationError(name), QStringLiteral("Ctrl+Shift+J is used by another program"));
+    setShortcut(commandShiftK, name);
+    EXPECT_EQ(registrationError(name), std::nullopt);
+    posts = 0;
+    setRegistrationError(name, QStringLiteral("Refused by the desktop"));
+    EXPECT_EQ(registrationError(name), QStringLiteral("Refused by the desktop"));
+    setRegistrationError(name, QStringLiteral("Refused by the desktop"));
+    EXPECT_EQ(posts, 1) << "only changes are posted";
+
+    // Lost when the keyboard mapping changes, back at the next change.
+    setRegistrationError(name, std::nullopt);
+    hotKeys->refuse(40, 768);
+    support::LogCapture log;
+    hotKeys->remapKeyboard();
+    EXPECT_EQ(log.records(), QStringList{QStringLiteral("Error registering hotkey ⇧⌘K: -9878")});
+    EXPECT_EQ(registrationError(name), QStringLiteral("Ctrl+Shift+K is used by another program"));
+    hotKeys->allow(40, 768);
+    hotKeys->remapKeyboard();
+    EXPECT_EQ(registrationError(name), std::nullopt);
 }
 
 TEST_F(Registry, SwitchingShortcutsOffWithdrawsAndKeepsEntries) {

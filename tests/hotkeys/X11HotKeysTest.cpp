@@ -2,7 +2,10 @@
 #include "platform/x11/X11HotKeys.h"
 
 #include "app/HotkeyManager.h"
+#include "app/MenuBarView.h"
 #include "hotkeys/HotKeyRegistry.h"
+#include "hotkeys/Localization.h"
+#include "hotkeys/RecorderField.h"
 #include "hotkeys/Testing.h"
 #include "platform/VirtualKeys.h"
 #include "platform/x11/X11KeyboardLayout.h"
@@ -10,9 +13,14 @@
 #include "tests/common/ChildProcess.h"
 #include "tests/common/TestUtil.h"
 
+#include <QAbstractButton>
+#include <QApplication>
 #include <QKeyEvent>
+#include <QLabel>
 #include <QMenu>
+#include <QMessageBox>
 #include <QSettings>
+#include <QTimer>
 #include <QWidget>
 #include <QWindow>
 #include <gtest/gtest.h>
@@ -196,6 +204,71 @@ TEST_F(X11Hotkeys, ACombinationAnotherClientHoldsIsRefused) {
     EXPECT_EQ(happened.count(QStringLiteral("callback")), 1);
 }
 
+// The popover tells a trigger another program holds, until a registration holds again.
+TEST_F(X11Hotkeys, ARefusedTriggerShowsInThePopover) {
+    OtherClient other;
+    const auto keycodeJ = platform::xKeycodeFromVirtualKey(Key::j.rawValue);
+    ASSERT_TRUE(keycodeJ.has_value());
+    ASSERT_TRUE(other.grab(static_cast<xcb_keycode_t>(*keycodeJ),
+                           XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT));
+    bind();
+    app::MenuBarView popover({{}, {}, [] { return registrationError(triggerMendwise()); }});
+    const auto texts = [&] {
+        QStringList all;
+        for (const QLabel* label : popover.findChildren<QLabel*>())
+            all << label->text();
+        return all;
+    };
+    EXPECT_TRUE(texts().contains(QStringLiteral("Ctrl+Shift+J is used by another program")))
+        << texts().join(u'|').toStdString();
+    EXPECT_FALSE(texts().contains(QStringLiteral("Ready")));
+    setShortcut(Shortcut(Key::k, eventflags::command | eventflags::shift), triggerMendwise());
+    EXPECT_TRUE(texts().contains(QStringLiteral("Ready")));
+}
+
+// While it records, the recorder holds the keyboard: a chord another program has taken reaches
+// it, the "used by the system" alert appears, and forcing it says it could not be registered.
+TEST_F(X11Hotkeys, TheRecorderSeesChordsOtherProgramsHold) {
+    OtherClient other;
+    const auto keycodeT = platform::xKeycodeFromVirtualKey(Key::t.rawValue);
+    ASSERT_TRUE(keycodeT.has_value());
+    ASSERT_TRUE(
+        other.grab(static_cast<xcb_keycode_t>(*keycodeT), XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1));
+    QWidget window;
+    auto* field = new RecorderField(triggerMendwise(), {}, &window);
+    window.resize(300, 80);
+    window.show();
+    window.activateWindow();
+    ASSERT_TRUE(testutil::waitUntil([&] { return window.isActiveWindow(); }, 5s));
+    testutil::processEventsFor(100ms); // the field refuses the focus for a moment
+    field->setFocus(Qt::MouseFocusReason);
+    ASSERT_TRUE(testutil::waitUntil([&] { return field->isRecording(); }));
+
+    QStringList alerts;
+    QTimer answer; // answers each alert inside its own event loop
+    QObject::connect(&answer, &QTimer::timeout, [&] {
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            auto* box = qobject_cast<QMessageBox*>(widget);
+            if (!box || !box->isVisible())
+                continue;
+            alerts << box->text();
+            QAbstractButton* pick = box->buttons().constLast();
+            for (QAbstractButton* button : box->buttons()) {
+                if (button->text() == localizedString(strings::forceUseShortcut))
+                    pick = button;
+            }
+            pick->click();
+        }
+    });
+    answer.start(50);
+    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+alt+t")});
+    ASSERT_TRUE(testutil::waitUntil([&] { return alerts.size() >= 2; }, 5s))
+        << alerts.join(u'|').toStdString();
+    EXPECT_EQ(alerts[0], localizedString(strings::keyboardShortcutUsedBySystem));
+    EXPECT_EQ(alerts[1], QStringLiteral("Ctrl+Alt+T is used by another program"));
+    EXPECT_EQ(field->text(), QStringLiteral("Ctrl+Alt+T"));
+}
+
 TEST_F(X11Hotkeys, InsideAnOpenMenuTheShortcutStillFires) {
     bind();
     QMenu menu;
@@ -262,6 +335,10 @@ TEST_F(X11Hotkeys, LayoutChangesShowInNamesAndKeepTheGrabs) {
               QStringLiteral("⌘\uFFFD"));
     xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
     settle(1);
+    // A Russian layout in front: names come from the Latin group behind it.
+    run(QStringLiteral("setxkbmap"), {QStringLiteral("-layout"), QStringLiteral("ru,us")});
+    testutil::processEventsFor(200ms);
+    EXPECT_EQ(commandShiftJ.displayName(), QStringLiteral("Ctrl+Shift+J"));
     run(QStringLiteral("setxkbmap"), {QStringLiteral("-layout"), QStringLiteral("us")});
     testutil::processEventsFor(200ms);
     EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));

@@ -80,6 +80,13 @@ std::unique_ptr<Counter> countNotifications(const QString& name) {
     return counter;
 }
 
+// One record for each ignored key, naming it.
+void expectOneReportPerKey(const support::LogCapture& log, const QStringList& keys) {
+    ASSERT_EQ(log.records().size(), keys.size()) << log.records().join(u'\n').toStdString();
+    for (const QString& key : keys)
+        EXPECT_EQ(log.records().filter(u' ' + key + u' ').size(), 1) << key.toStdString();
+}
+
 } // namespace
 
 TEST_F(AppSettingsTest, FreshStoreYieldsDefaultsAndLoadingWritesNothing) {
@@ -145,7 +152,10 @@ TEST_F(AppSettingsTest, MalformedStoredValuesTakeTheirFallbacks) {
         useNewFile();
         writeStore("[General]\nshow_menu_bar_icon=" + value + "\nlaunch_at_login=" + value +
                    "\nauto_fix_on_trigger=" + value + "\n");
+        support::LogCapture log;
         const auto settings = load();
+        expectOneReportPerKey(log, {AppSettings::showMenuBarIconKey, AppSettings::launchAtLoginKey,
+                                    AppSettings::autoFixOnTriggerKey});
         EXPECT_TRUE(settings->showMenuBarIcon()) << value.constData();
         EXPECT_FALSE(settings->launchAtLogin()) << value.constData();
         EXPECT_FALSE(settings->autoFixOnTrigger()) << value.constData();
@@ -154,7 +164,11 @@ TEST_F(AppSettingsTest, MalformedStoredValuesTakeTheirFallbacks) {
     useNewFile();
     writeStore("[General]\nanthropic_api_key=sk-ant, other\nsystem_prompt=Fix this, please\n"
                "selected_model=claude-opus-4-6, claude-haiku-4-5\n");
+    support::LogCapture log;
     const auto settings = load();
+    expectOneReportPerKey(
+        log, {AppSettings::apiKeyKey, AppSettings::systemPromptKey, AppSettings::modelKey});
+    EXPECT_FALSE(log.records().join(u'\n').contains(u"sk-ant")) << "the key is never printed";
     EXPECT_EQ(settings->apiKey(), QString());
     EXPECT_EQ(settings->systemPrompt(), AppSettings::defaultSystemPrompt);
     EXPECT_EQ(settings->selectedModel(), ClaudeModel::haiku);
@@ -214,6 +228,26 @@ TEST_F(AppSettingsTest, EveryAssignmentIsAnnouncedBeforeAndWrittenAtOnce) {
     const auto reloaded = load();
     for (const Case& c : cases)
         EXPECT_EQ(c.read(*reloaded), c.read(*settings)) << c.name;
+}
+
+TEST_F(AppSettingsTest, TextWithCommasQuotesAndNewlinesSurvivesAWriteAndARead) {
+    const QString texts[] = {QStringLiteral("Fix this, please; keep = signs"),
+                             QStringLiteral("Say \"hi\" and 'bye', \\ too"),
+                             QStringLiteral("First line\nsecond line\r\n\tindented"),
+                             QStringLiteral("@Variant(not one), true"), QStringLiteral(" , ")};
+    for (const QString& text : texts) {
+        useNewFile();
+        {
+            const auto settings = load();
+            settings->setSystemPrompt(text);
+            settings->setApiKey(text);
+        }
+        support::LogCapture log;
+        const auto reloaded = load();
+        EXPECT_EQ(reloaded->systemPrompt(), text) << storeBytes().toStdString();
+        EXPECT_EQ(reloaded->apiKey(), text);
+        EXPECT_TRUE(log.records().isEmpty());
+    }
 }
 
 TEST_F(AppSettingsTest, RepeatedAssignmentStillWritesAndNotifies) {

@@ -1,6 +1,9 @@
 // The popover content: fixed texts and its two commands.
 #include "app/MenuBarView.h"
 
+#include "hotkeys/Hotkeys.h"
+#include "support/NotificationCenter.h"
+
 #include <QAbstractButton>
 #include <QLabel>
 #include <QTest>
@@ -38,7 +41,7 @@ TEST(MenuBarView, ShowsItsFixedTextsAtItsFixedSize) {
 TEST(MenuBarView, CommandsCallTheirCallbacks) {
     int settings = 0;
     int quits = 0;
-    app::MenuBarView view({[&] { ++settings; }, [&] { ++quits; }});
+    app::MenuBarView view({[&] { ++settings; }, [&] { ++quits; }, {}});
     view.show();
     QAbstractButton* openSettings = button(view, QStringLiteral("Settings..."));
     QAbstractButton* quit = button(view, QStringLiteral("Quit Mendwise"));
@@ -56,4 +59,15 @@ TEST(MenuBarView, CommandsWithoutCallbacksDoNothing) {
     view.show();
     QTest::mouseClick(button(view, QStringLiteral("Quit Mendwise")), Qt::LeftButton);
     SUCCEED() << "no crash without callbacks";
+}
+
+TEST(MenuBarView, TheStatusSaysWhyTheShortcutDoesNotWork) {
+    std::optional<QString> problem = QStringLiteral("Ctrl+Shift+J is used by another program");
+    app::MenuBarView view({{}, {}, [&] { return problem; }});
+    EXPECT_TRUE(labelTexts(view).contains(*problem));
+    EXPECT_FALSE(labelTexts(view).contains(QStringLiteral("Ready")));
+    problem.reset(); // registered after all
+    support::NotificationCenter::defaultCenter().post(
+        QString::fromLatin1(Hotkeys::registrationStatusDidChange));
+    EXPECT_TRUE(labelTexts(view).contains(QStringLiteral("Ready")));
 }

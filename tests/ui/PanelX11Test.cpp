@@ -5,10 +5,13 @@
 #include "ui/ActionPickerView.h"
 #include "ui/FloatingPanel.h"
 #include "ui/KeyHandler.h"
+#include "ui/NativeWindow.h"
 
 #include <QLineEdit>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
+#include <xcb/xcb.h>
 
 using namespace std::chrono_literals;
 
@@ -128,4 +131,65 @@ TEST_F(PanelX11Test, ThePickerTakesKeysAndTypingThroughTheGrab) {
 
     panel.hide([] {});
     testutil::waitUntil([&] { return !panel.isVisible(); }, 3s);
+}
+
+// The user moves on: a click anywhere outside the panel asks for it to go, so the keyboard is
+// not left taken.
+TEST_F(PanelX11Test, AClickElsewhereAsksThePanelToGo) {
+    ui::FloatingPanel panel;
+    panel.setContentView(new QWidget);
+    int dismissals = 0;
+    QObject::connect(&panel, &ui::FloatingPanel::dismissRequested, [&] { ++dismissals; });
+    panel.show(platform::Rect{500, 300, 240, 140});
+    ASSERT_TRUE(testutil::waitUntil([&] { return panel.hasKeyboardGrab(); }, 3s));
+    testutil::processEventsFor(200ms);
+    EXPECT_EQ(dismissals, 0) << "showing it is no reason to go";
+    run(QStringLiteral("xdotool"),
+        {QStringLiteral("mousemove"), QStringLiteral("30"), QStringLiteral("30"),
+         QStringLiteral("click"), QStringLiteral("1")});
+    EXPECT_TRUE(testutil::waitUntil([&] { return dismissals > 0; }, 3s));
+    panel.hide([] {});
+    testutil::waitUntil([&] { return !panel.isVisible(); }, 3s);
+}
+
+// Another program holds the keyboard: the panel gives up after its retries and says so.
+TEST_F(PanelX11Test, AKeyboardHeldElsewhereIsReported) {
+    int screen = 0;
+    xcb_connection_t* other = xcb_connect(nullptr, &screen);
+    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(other)).data->root;
+    xcb_grab_keyboard_reply_t* grab =
+        xcb_grab_keyboard_reply(other,
+                                xcb_grab_keyboard(other, 0, root, XCB_CURRENT_TIME,
+                                                  XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC),
+                                nullptr);
+    ASSERT_TRUE(grab && grab->status == XCB_GRAB_STATUS_SUCCESS);
+    std::free(grab); // NOLINT(cppcoreguidelines-no-malloc)
+
+    ui::FloatingPanel panel;
+    panel.setContentView(new QWidget);
+    bool failed = false;
+    QObject::connect(&panel, &ui::FloatingPanel::keyboardGrabFailed, [&] { failed = true; });
+    panel.show(platform::Rect{500, 300, 240, 140});
+    EXPECT_TRUE(testutil::waitUntil([&] { return failed; }, 3s));
+    EXPECT_FALSE(panel.hasKeyboardGrab());
+    xcb_disconnect(other);
+    panel.hide([] {});
+    testutil::waitUntil([&] { return !panel.isVisible(); }, 3s);
+}
+
+// While a rewrite runs, the keys the user types reach no application.
+TEST_F(PanelX11Test, AKeyboardBlockKeepsTypedKeysFromEveryone) {
+    QLineEdit editor;
+    editor.show();
+    editor.activateWindow();
+    ASSERT_TRUE(testutil::waitUntil([&] { return editor.hasFocus(); }, 5s));
+    auto block = ui::native::KeyboardBlock::start();
+    ASSERT_NE(block, nullptr);
+    run(QStringLiteral("xdotool"), {QStringLiteral("type"), QStringLiteral("ab")});
+    testutil::processEventsFor(300ms);
+    EXPECT_EQ(editor.text(), QString());
+    block.reset();
+    run(QStringLiteral("xdotool"), {QStringLiteral("type"), QStringLiteral("c")});
+    EXPECT_TRUE(testutil::waitUntil([&] { return editor.text() == QStringLiteral("c"); }, 3s))
+        << editor.text().toStdString();
 }

@@ -109,9 +109,18 @@ TEST_F(SettingsViewTest, IsAFixedSizeViewWithTwoTabs) {
 TEST_F(SettingsViewTest, TheShortcutRowHoldsTheTriggersRecorderIdleUntilClicked) {
     Hotkeys::RecorderField* field = view->recorderField();
     EXPECT_EQ(field->shortcutName().rawValue(), QStringLiteral("triggerMendwise"));
-    EXPECT_EQ(field->text(), QStringLiteral("⇧⌘J"));
+    EXPECT_EQ(field->text(), QStringLiteral("Ctrl+Shift+J"));
     testutil::processEventsFor(50ms);
     EXPECT_FALSE(field->isRecording()) << "opening the window does not start recording";
+
+    // A shortcut the desktop refuses is said under the row, until one holds.
+    EXPECT_EQ(view->generalTab()->shortcutProblem(), QString());
+    hotKeys->refuse(40, 0x300);
+    trigger.setShortcut(Hotkeys::Shortcut(40, 0x300));
+    EXPECT_EQ(view->generalTab()->shortcutProblem(),
+              QStringLiteral("Ctrl+Shift+K is used by another program"));
+    trigger.setShortcut(Hotkeys::Shortcut(38, 0x300));
+    EXPECT_EQ(view->generalTab()->shortcutProblem(), QString());
 }
 
 TEST_F(SettingsViewTest, SaveIsEnabledOnlyWhileTheFieldDiffersFromTheStoredKey) {
