@@ -14,6 +14,8 @@ packages=(
     # the X11 and end-to-end tests: a virtual screen, a window manager, a tray, test clients
     xvfb openbox trayer xdotool xclip x11-utils x11-xkb-utils mousepad xterm stterm rxvt-unicode curl
     openssl python3
+    # the Wayland trigger: the portal's interface files, and a stand-in of the portal for tests
+    xdg-desktop-portal-dev python3-dbusmock
 )
 
 missing=()
