@@ -6,6 +6,7 @@
 #include "tests/common/TestUtil.h"
 
 #include <QCoreApplication>
+#include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
@@ -63,13 +64,36 @@ protected:
         portalOnBus(false);
     }
 
-    static void mock(const QString& method, const QVariantList& arguments) {
+    static QDBusMessage mock(const QString& method, const QVariantList& arguments = {}) {
         QDBusMessage call = QDBusMessage::createMethodCall(
             portalName, QStringLiteral("/org/freedesktop/portal/desktop"),
             QStringLiteral("org.freedesktop.DBus.Mock"), method);
         call.setArguments(arguments);
-        const QDBusMessage reply = QDBusConnection::sessionBus().call(call);
-        ASSERT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
+        QDBusMessage reply = QDBusConnection::sessionBus().call(call);
+        EXPECT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
+        return reply;
+    }
+
+    // The portal methods called so far, in order, with a leading string argument.
+    static QStringList portalCalls() {
+        const auto calls =
+            mock(QStringLiteral("GetCalls")).arguments().value(0).value<QDBusArgument>();
+        QStringList names;
+        calls.beginArray();
+        while (!calls.atEnd()) {
+            qulonglong time = 0;
+            QString name;
+            QVariantList args;
+            calls.beginStructure();
+            calls >> time >> name >> args;
+            calls.endStructure();
+            if (name == QLatin1String("Register"))
+                name += QLatin1Char(' ') + args.value(0).toString();
+            if (name != QLatin1String("Fire") && name != QLatin1String("SetBindResponse"))
+                names.append(name);
+        }
+        calls.endArray();
+        return names;
     }
 
     // Registers Ctrl+Shift+J and waits for the desktop's answer.
@@ -106,7 +130,14 @@ TEST_F(PortalTest, BindsThePreferredTriggerAndDeliversPressThenRelease) {
     EXPECT_TRUE(PortalGlobalShortcuts::available());
     std::printf("available() answered in %lld ms\n", static_cast<long long>(probe.elapsed()));
 
+    // A newer portal learns our app id from its host registry, before anything else.
+    mock(QStringLiteral("AddMethod"),
+         {QStringLiteral("org.freedesktop.host.portal.Registry"), QStringLiteral("Register"),
+          QStringLiteral("sa{sv}"), QString(), QString()});
     registerTrigger();
+    EXPECT_EQ(portalCalls(),
+              QStringList({QStringLiteral("Register app.mendwise.Mendwise"),
+                           QStringLiteral("CreateSession"), QStringLiteral("BindShortcuts")}));
     // The stand-in grants what was preferred, so this is the trigger we proposed.
     ASSERT_EQ(answers_.size(), 1);
     EXPECT_EQ(answers_[0], qMakePair(QStringLiteral("CTRL+SHIFT+j"), QString()));
