@@ -362,10 +362,24 @@ struct PortalGlobalShortcuts::Impl {
         }
     }
 
+    static QList<PortalShortcut> portalShortcuts(const ShortcutSet& set) {
+        QList<PortalShortcut> shortcuts;
+        for (const auto& [id, trigger] : set)
+            shortcuts.append({id,
+                              {{QStringLiteral("description"), shortcutDescription},
+                               {QStringLiteral("preferred_trigger"), trigger}}});
+        return shortcuts;
+    }
+
     void createSession(const ShortcutSet& want) {
-        const QString sessionToken = newToken();
+        // Plasma 5.27 names the shortcuts' group after the session token and binds only what
+        // the session was created with (an earlier draft of the interface); later portals take
+        // the shortcuts from BindShortcuts alone. A fixed token keeps the group, and with it the
+        // user's keys, the same at every start; one session is open at a time.
+        const QString sessionToken = QStringLiteral("mendwise");
         request(QStringLiteral("CreateSession"), {},
-                {{QStringLiteral("session_handle_token"), sessionToken}},
+                {{QStringLiteral("session_handle_token"), sessionToken},
+                 {QStringLiteral("shortcuts"), QVariant::fromValue(portalShortcuts(want))}},
                 [this, want, sessionToken](const Outcome& outcome) {
                     if (!outcome.errorName.isEmpty() || !outcome.answered ||
                         outcome.response != 0) {
@@ -414,15 +428,10 @@ struct PortalGlobalShortcuts::Impl {
     }
 
     void bind(const ShortcutSet& want) {
-        QList<PortalShortcut> shortcuts;
-        for (const auto& [id, trigger] : want)
-            shortcuts.append({id,
-                              {{QStringLiteral("description"), shortcutDescription},
-                               {QStringLiteral("preferred_trigger"), trigger}}});
         const QString session = sessionPath;
         request(QStringLiteral("BindShortcuts"),
-                {QVariant::fromValue(QDBusObjectPath(session)), QVariant::fromValue(shortcuts),
-                 QString()},
+                {QVariant::fromValue(QDBusObjectPath(session)),
+                 QVariant::fromValue(portalShortcuts(want)), QString()},
                 {}, [this, want, session](const Outcome& outcome) {
                     if (session == sessionPath)
                         bound = want; // a session binds once, whatever the answer
