@@ -24,17 +24,40 @@ for p in "${packages[@]}"; do
         missing+=("$p")
     fi
 done
-[ ${#missing[@]} -eq 0 ] && exit 0
-
-echo "setup: installing ${missing[*]}"
 if [ "$(id -u)" -eq 0 ]; then
     as_root=()
 elif command -v sudo >/dev/null; then
     as_root=(sudo)
 else
-    echo "setup: missing packages (${missing[*]}) and neither root nor sudo to install them" >&2
-    exit 1
+    as_root=(false)
 fi
 export DEBIAN_FRONTEND=noninteractive
-"${as_root[@]}" apt-get update -qq
-"${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+
+if [ ${#missing[@]} -gt 0 ]; then
+    echo "setup: installing ${missing[*]}"
+    if [ "${as_root[*]}" = false ]; then
+        echo "setup: missing packages (${missing[*]}) and neither root nor sudo to install them" >&2
+        exit 1
+    fi
+    "${as_root[@]}" apt-get update -qq
+    "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# KWin and KDE's desktop portal, for the test of the portal trigger, are unpacked into a prefix of
+# their own rather than installed: installed, their D-Bus services would start in every session
+# on the machine (a GTK application in an X11 test starts the KDE portal, which never exits there).
+kde_prefix=${MENDWISE_KDE_PREFIX:-/opt/mendwise-kde}
+kde_packages=(kwin-wayland xdg-desktop-portal-kde xdg-desktop-portal qtwayland5)
+if [ ! -x "$kde_prefix/usr/bin/kwin_wayland" ] && [ "${as_root[*]}" != false ]; then
+    echo "setup: unpacking ${kde_packages[*]} into $kde_prefix"
+    [ ${#missing[@]} -gt 0 ] || "${as_root[@]}" apt-get update -qq
+    # The named packages, and whatever of their dependencies is not installed.
+    mapfile -t debs < <(apt-get install -s --no-install-recommends "${kde_packages[@]}" |
+        awk '/^Inst /{print $2}')
+    downloads=$(mktemp -d)
+    chmod 755 "$downloads"
+    (cd "$downloads" && "${as_root[@]}" apt-get download -qq "${kde_packages[@]}" "${debs[@]}")
+    "${as_root[@]}" mkdir -p "$kde_prefix"
+    for deb in "$downloads"/*.deb; do "${as_root[@]}" dpkg -x "$deb" "$kde_prefix"; done
+    "${as_root[@]}" rm -rf "$downloads"
+fi
