@@ -16,6 +16,8 @@ packages=(
     openssl python3
     # the Wayland trigger: the portal's interface files, and a stand-in of the portal for tests
     xdg-desktop-portal-dev python3-dbusmock
+    # typing into KWin in the test against KDE's portal (its fake-input protocol)
+    plasma-wayland-protocols libwayland-bin libwayland-dev
 )
 
 missing=()

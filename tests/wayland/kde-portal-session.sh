@@ -2,6 +2,8 @@
 # Runs one command beside KDE's own desktop portal, in a throw-away session: headless KWin
 # (1440x900, which also serves kglobalaccel), xdg-desktop-portal-kde and xdg-desktop-portal on a
 # private session bus, fresh XDG directories, as an unprivileged user (KWin is run as one).
+# The programs listed in MENDWISE_KWIN_FAKE_INPUT (absolute paths) may type through KWin's
+# fake-input protocol.
 # KWin and the portals come unpacked from MENDWISE_KDE_PREFIX (default /opt/mendwise-kde, filled
 # by scripts/setup.sh) rather than installed, so that they never start in other sessions.
 # Usage: kde-portal-session.sh COMMAND [ARGS...]   (the command's exit status is returned;
@@ -101,6 +103,19 @@ kde_env=(env "LD_LIBRARY_PATH=$libs${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}"
     "QT_PLUGIN_PATH=$libs/qt5/plugins:/usr/lib/x86_64-linux-gnu/qt5/plugins"
     "QML2_IMPORT_PATH=$libs/qt5/qml:/usr/lib/x86_64-linux-gnu/qt5/qml"
     "XDG_DESKTOP_PORTAL_DIR=$prefix/usr/share/xdg-desktop-portal/portals")
+
+# KWin offers its fake-input protocol only to programs whose desktop file asks for it.
+mkdir -p "$XDG_DATA_HOME/applications"
+for program in ${MENDWISE_KWIN_FAKE_INPUT:-}; do
+    cat >"$XDG_DATA_HOME/applications/mendwise-test-$(basename "$program").desktop" <<DESKTOP
+[Desktop Entry]
+Type=Application
+Name=$(basename "$program")
+Exec=$program
+NoDisplay=true
+X-KDE-Wayland-Interfaces=org_kde_kwin_fake_input
+DESKTOP
+done
 
 "${kde_env[@]}" "$prefix/usr/bin/kwin_wayland" --virtual --width 1440 --height 900 \
     --no-lockscreen --socket wayland-kde >"$scratch/kwin.log" 2>&1 &
