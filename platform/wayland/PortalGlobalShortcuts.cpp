@@ -18,6 +18,7 @@
 #include <QTimer>
 #include <algorithm>
 #include <functional>
+#include <map>
 #include <set>
 #include <utility>
 #include <vector>
@@ -190,6 +191,8 @@ struct PortalGlobalShortcuts::Impl {
     ShortcutSet bound;
     QString granted;
     QString error;
+    // The desktop's trigger description of each bound shortcut id.
+    std::map<QString, QString> descriptions;
 
     DBusSignal* sessionClosed = nullptr;    // owned by context
     detail::KeyFilter* keyFilter = nullptr; // owned by context
@@ -426,6 +429,7 @@ struct PortalGlobalShortcuts::Impl {
         sessionClosed = nullptr;
         sessionPath.clear();
         bound.clear();
+        descriptions.clear();
     }
 
     void closeSession() {
@@ -450,32 +454,29 @@ struct PortalGlobalShortcuts::Impl {
                     else if (!outcome.answered || outcome.response != 0)
                         publish({}, refusedText);
                     else
-                        publishGranted(outcome.results.value(QStringLiteral("shortcuts")));
+                        publishGranted(outcome.results.value(QStringLiteral("shortcuts")), true);
                     finishSync();
                 });
     }
 
-    // The desktop's list of shortcuts, compared with what is live.
-    void publishGranted(const QVariant& shortcutList) {
-        const auto shortcuts = qdbus_cast<QList<PortalShortcut>>(shortcutList);
+    // Takes in the desktop's descriptions of shortcuts (all of them after a bind, the changed
+    // ones after ShortcutsChanged) and tells what the live ones are bound to.
+    void publishGranted(const QVariant& shortcutList, bool complete) {
+        if (complete)
+            descriptions.clear();
+        for (const auto& shortcut : qdbus_cast<QList<PortalShortcut>>(shortcutList))
+            descriptions[shortcut.id] =
+                shortcut.properties.value(QStringLiteral("trigger_description")).toString();
         QStringList triggers;
         QString problem;
         for (const auto& registration : live) {
-            const auto it = std::find_if(shortcuts.begin(), shortcuts.end(), [&](const auto& s) {
-                return s.id == registration->shortcutId;
-            });
-            if (it == shortcuts.end()) {
+            const auto it = descriptions.find(registration->shortcutId);
+            if (it == descriptions.end())
                 problem = refusedText;
-                continue;
-            }
-            const QString trigger =
-                it->properties.value(QStringLiteral("trigger_description")).toString();
-            if (trigger.isEmpty()) {
-                if (problem.isEmpty())
-                    problem = noKeysText;
-                continue;
-            }
-            triggers.append(trigger);
+            else if (it->second.isEmpty() && problem.isEmpty())
+                problem = noKeysText;
+            else if (!it->second.isEmpty())
+                triggers.append(it->second);
         }
         publish(triggers.join(QStringLiteral(", ")), problem);
     }
@@ -491,7 +492,7 @@ struct PortalGlobalShortcuts::Impl {
         if (args.size() < 2 || sessionPath.isEmpty() || objectPathOf(args.at(0)) != sessionPath)
             return;
         if (signal == QLatin1String("ShortcutsChanged")) {
-            publishGranted(args.at(1));
+            publishGranted(args.at(1), false);
             return;
         }
         const auto kind = signal == QLatin1String("Activated") ? HotKeyEventKind::hotKeyPressed

@@ -143,6 +143,11 @@ TEST_F(PortalTest, BindsThePreferredTriggerAndDeliversPressThenRelease) {
     EXPECT_EQ(answers_[0], qMakePair(QStringLiteral("CTRL+SHIFT+j"), QString()));
 
     const QString id = PortalGlobalShortcuts::shortcutId(triggerID);
+    // The user picks other keys in the desktop's settings.
+    mock(QStringLiteral("Rebind"), {id, QStringLiteral("Ctrl+Alt+M")});
+    ASSERT_TRUE(testutil::waitUntil([this] { return answers_.size() == 2; }));
+    EXPECT_EQ(answers_[1], qMakePair(QStringLiteral("Ctrl+Alt+M"), QString()));
+
     mock(QStringLiteral("Fire"), {QStringLiteral("Activated"), id});
     mock(QStringLiteral("Fire"), {QStringLiteral("Deactivated"), id});
     ASSERT_TRUE(testutil::waitUntil([this] { return events_.size() == 2; }));

@@ -4,9 +4,10 @@ Follows org.freedesktop.portal.GlobalShortcuts, .Request and .Session as their i
 describe them: every call answers with a Request handle built from the caller's unique name and
 its handle_token, and the result comes later as that Request's Response signal. A bind is granted
 as preferred (trigger_description = preferred_trigger), unless the parameter "bind_response"
-(1 cancelled, 2 ended otherwise) says the user refused it. Tests drive it through two methods
-of the mock interface: SetBindResponse(u) and Fire(s signal, s shortcut_id), which emits Activated
-or Deactivated for the last bound session.
+(1 cancelled, 2 ended otherwise) says the user refused it. Tests drive it through methods of
+the mock interface: SetBindResponse(u); Fire(s signal, s shortcut_id), which emits Activated or
+Deactivated for the last bound session; Rebind(s shortcut_id, s trigger_description), which emits
+ShortcutsChanged as when the user picks other keys in the desktop's settings.
 '''
 import dbus
 from dbusmock import mockobject
@@ -81,3 +82,13 @@ def Fire(self, signal, shortcut_id):
     timestamp = dbus.UInt64(int(GLib.get_real_time()))
     self.EmitSignal(MAIN_IFACE, signal, 'osta{sv}',
                     [dbus.ObjectPath(self.bound_sessions[-1]), shortcut_id, timestamp, {}])
+
+
+@dbus.service.method(mockobject.MOCK_IFACE, in_signature='ss')
+def Rebind(self, shortcut_id, trigger_description):
+    changed = dbus.Array([dbus.Struct((shortcut_id, {
+        'description': 'changed in the settings',
+        'trigger_description': trigger_description,
+    }), signature='sa{sv}')], signature='(sa{sv})')
+    self.EmitSignal(MAIN_IFACE, 'ShortcutsChanged', 'oa(sa{sv})',
+                    [dbus.ObjectPath(self.bound_sessions[-1]), changed])
