@@ -51,6 +51,11 @@ if [ -z "${MENDWISE_SESSION_MARK:-}" ]; then
                 "$user" 2>/dev/null || id "$user" >/dev/null 2>&1 || fail "cannot create user $user"
         fi
         as_user=(setpriv --reuid="$user" --regid="$user" --init-groups --)
+        for path in "$self" "$@" ${MENDWISE_KWIN_FAKE_INPUT:-}; do
+            [ "${path:0:1}" = / ] && [ -e "$path" ] || continue
+            "${as_user[@]}" test -r "$path" ||
+                fail "$user cannot read $path: make the source and build trees readable by it"
+        done
     else
         user=$(id -un)
     fi
