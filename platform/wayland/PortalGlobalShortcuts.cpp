@@ -238,6 +238,7 @@ struct PortalGlobalShortcuts::Impl {
     // will use, and follows the returned handle where an older portal chose another.
     void request(const QString& method, QVariantList arguments, QVariantMap options,
                  std::function<void(const Outcome&)> done) {
+        [[maybe_unused]] const freedesktop::ThreadSanitizerBlindSpot blindSpot;
         const QString token = newToken();
         options.insert(QStringLiteral("handle_token"), token);
         arguments.append(options);
@@ -297,6 +298,7 @@ struct PortalGlobalShortcuts::Impl {
     // Newer portals learn the app id of a process outside a sandbox from their host registry,
     // which must hear it before any other portal call.
     void prepare(std::function<void()> then) {
+        [[maybe_unused]] const freedesktop::ThreadSanitizerBlindSpot blindSpot;
         if (prepared) {
             then();
             return;
@@ -384,6 +386,7 @@ struct PortalGlobalShortcuts::Impl {
     }
 
     void createSession(const ShortcutSet& want) {
+        [[maybe_unused]] const freedesktop::ThreadSanitizerBlindSpot blindSpot;
         // Plasma 5.27 names the shortcuts' group after the session token and binds only what
         // the session was created with (an earlier draft of the interface); later portals take
         // the shortcuts from BindShortcuts alone. A fixed token keeps the group, and with it the
@@ -433,6 +436,7 @@ struct PortalGlobalShortcuts::Impl {
     }
 
     void closeSession() {
+        [[maybe_unused]] const freedesktop::ThreadSanitizerBlindSpot blindSpot;
         if (sessionPath.isEmpty())
             return;
         bus.send(QDBusMessage::createMethodCall(portalService, sessionPath, sessionInterface,
@@ -441,6 +445,7 @@ struct PortalGlobalShortcuts::Impl {
     }
 
     void bind(const ShortcutSet& want) {
+        [[maybe_unused]] const freedesktop::ThreadSanitizerBlindSpot blindSpot;
         const QString session = sessionPath;
         request(QStringLiteral("BindShortcuts"),
                 {QVariant::fromValue(QDBusObjectPath(session)),
