@@ -3,17 +3,19 @@
 #include "BuildConfig.h"
 #include "app/AppDelegate.h"
 #include "app/DisplayCheck.h"
+#include "app/HotkeyManager.h"
 #include "app/InstanceBus.h"
 #include "hotkeys/Hotkeys.h"
 #include "platform/freedesktop/AtspiAccessibility.h"
-#include "platform/x11/AccessibilityBusAddress.h"
 #include "platform/freedesktop/QtScreens.h"
 #include "platform/freedesktop/XdgAutostartLoginItem.h"
+#include "platform/wayland/PortalGlobalShortcuts.h"
 #include "platform/wayland/UnavailableHotKeys.h"
 #include "platform/wayland/WaylandKeyboardEvents.h"
 #include "platform/wayland/WaylandKeyboardLayout.h"
 #include "platform/wayland/WaylandPasteboard.h"
 #include "platform/wayland/WaylandWorkspace.h"
+#include "platform/x11/AccessibilityBusAddress.h"
 #include "platform/x11/X11HotKeys.h"
 #include "platform/x11/X11KeyboardEvents.h"
 #include "platform/x11/X11KeyboardLayout.h"
@@ -21,6 +23,7 @@
 #include "platform/x11/X11Workspace.h"
 #include "service/AppSettings.h"
 #include "support/Log.h"
+#include "ui/TriggerBindingHelp.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -86,6 +89,9 @@ bool canConnectToWaylandDisplay(const QString& display) {
     return QFileInfo(path).exists();
 }
 
+// Whether the desktop lets Mendwise have its shortcut (not so on Wayland without the portal).
+bool desktopGivesShortcuts = true;
+
 // Ports for the session's display server.
 app::Desktop makeDesktop(bool wayland) {
     using namespace platform;
@@ -101,11 +107,34 @@ app::Desktop makeDesktop(bool wayland) {
     }
     // Applications answer extents in their own window's coordinates here.
     accessibility->setScreenCoordinatesKnown(false);
-    Hotkeys::setPorts({std::make_shared<wayland::UnavailableHotKeys>(),
-                       wayland::WaylandKeyboardLayout::create()});
-    support::log(QStringLiteral(
-        "[HotkeyManager] ⚠️ This desktop gives programs no global shortcuts: bind the command "
-        "\"mendwise --trigger\" to Ctrl+Shift+J in its keyboard settings."));
+    // The trigger through the desktop's GlobalShortcuts portal where it has one (KDE Plasma,
+    // GNOME 48+); elsewhere the user binds `mendwise --trigger` in the desktop's settings.
+    std::shared_ptr<HotKeysPort> hotKeys;
+    if (wayland::PortalGlobalShortcuts::available()) {
+        auto portal = std::make_shared<wayland::PortalGlobalShortcuts>(
+            QString::fromLatin1(mendwise::build::appId));
+        QObject::connect(portal.get(), &wayland::PortalGlobalShortcuts::bindingChanged,
+                         [](const QString& granted, const QString& error) {
+                             if (!granted.isEmpty())
+                                 support::log(QStringLiteral("[HotkeyManager] The desktop bound "
+                                                             "the shortcut to ") +
+                                              granted);
+                             Hotkeys::setRegistrationError(Hotkeys::triggerMendwise(),
+                                                           error.isEmpty() ? std::nullopt
+                                                                           : std::optional(error));
+                         });
+        hotKeys = std::move(portal);
+        support::log(QStringLiteral("[HotkeyManager] Global shortcut through the desktop's "
+                                    "GlobalShortcuts portal"));
+    } else {
+        hotKeys = std::make_shared<wayland::UnavailableHotKeys>();
+        desktopGivesShortcuts = false;
+        support::log(QStringLiteral("[HotkeyManager] ⚠️ ") +
+                     ui::triggerBindingHelp(qEnvironmentVariable("XDG_CURRENT_DESKTOP"),
+                                            QStringLiteral("mendwise --trigger"))
+                         .replace(QStringLiteral("\n\n"), QStringLiteral(" ")));
+    }
+    Hotkeys::setPorts({std::move(hotKeys), wayland::WaylandKeyboardLayout::create()});
     if (!wayland::WaylandPasteboard::available()) {
         support::log(QStringLiteral("[AppDelegate] ⚠️ wl-clipboard is not installed: Mendwise "
                                     "cannot use the clipboard (install the wl-clipboard "
@@ -218,6 +247,12 @@ int main(int argc, char** argv) {
     QObject::connect(&application, &QCoreApplication::aboutToQuit, &delegate,
                      &app::AppDelegate::applicationWillTerminate);
     delegate.applicationDidFinishLaunching();
+    if (!desktopGivesShortcuts) {
+        Hotkeys::setRegistrationError(
+            Hotkeys::triggerMendwise(),
+            QStringLiteral("This desktop gives no shortcuts: bind “mendwise --trigger” in "
+                           "its keyboard settings"));
+    }
     // Without a tray there is no icon to open the settings from: --settings opens them, and so
     // does a start without a tray and without an API key, so that first use can go ahead.
     if (parser.isSet(settingsOption) ||

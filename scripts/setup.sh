@@ -21,6 +21,10 @@ packages=(
     sway wtype wl-clipboard qt6-wayland python3-gi gir1.2-atspi-2.0
     # the Debian package and its checks
     dpkg-dev fakeroot file desktop-file-utils appstream lintian
+    # the Wayland trigger: the portal's interface files, and a stand-in of the portal for tests
+    xdg-desktop-portal-dev python3-dbusmock
+    # typing into KWin in the test against KDE's portal (its fake-input protocol)
+    plasma-wayland-protocols libwayland-bin libwayland-dev
 )
 
 # The applications people use, for the "apps" tests (label apps): GTK 4, Qt 5/KDE and
@@ -35,19 +39,46 @@ for p in "${packages[@]}"; do
         missing+=("$p")
     fi
 done
-[ ${#missing[@]} -eq 0 ] && exit 0
-
-echo "setup: installing ${missing[*]}"
 if [ "$(id -u)" -eq 0 ]; then
     as_root=()
 elif command -v sudo >/dev/null; then
     as_root=(sudo)
 else
-    echo "setup: missing packages (${missing[*]}) and neither root nor sudo to install them" >&2
-    exit 1
+    as_root=(false)
 fi
 export DEBIAN_FRONTEND=noninteractive
-# Wait for another apt or dpkg run to finish rather than fail at once.
-wait_lock=(-o DPkg::Lock::Timeout=600)
-"${as_root[@]}" apt-get "${wait_lock[@]}" update -qq
-"${as_root[@]}" apt-get "${wait_lock[@]}" install -y -qq --no-install-recommends "${missing[@]}"
+
+if [ ${#missing[@]} -gt 0 ]; then
+    echo "setup: installing ${missing[*]}"
+    if [ "${as_root[*]}" = false ]; then
+        echo "setup: missing packages (${missing[*]}) and neither root nor sudo to install them" >&2
+        exit 1
+    fi
+    # Wait for another apt or dpkg run to finish rather than fail at once.
+    wait_lock=(-o DPkg::Lock::Timeout=600)
+    "${as_root[@]}" apt-get "${wait_lock[@]}" update -qq
+    "${as_root[@]}" apt-get "${wait_lock[@]}" install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# KWin and KDE's desktop portal, for the test of the portal trigger, are unpacked into a prefix of
+# their own rather than installed: installed, their D-Bus services would start in every session
+# on the machine (a GTK application in an X11 test starts the KDE portal, which never exits there).
+kde_prefix=${MENDWISE_KDE_PREFIX:-/opt/mendwise-kde}
+kde_packages=(kwin-wayland xdg-desktop-portal-kde xdg-desktop-portal qtwayland5)
+unpack_kde() {
+    echo "setup: unpacking ${kde_packages[*]} into $kde_prefix"
+    [ ${#missing[@]} -gt 0 ] || "${as_root[@]}" apt-get update -qq
+    # The named packages, and whatever of their dependencies is not installed.
+    mapfile -t debs < <(apt-get install -s --no-install-recommends "${kde_packages[@]}" |
+        awk '/^Inst /{print $2}')
+    downloads=$(mktemp -d)
+    chmod 755 "$downloads"
+    (cd "$downloads" && "${as_root[@]}" apt-get download -qq "${kde_packages[@]}" "${debs[@]}")
+    "${as_root[@]}" mkdir -p "$kde_prefix"
+    for deb in "$downloads"/*.deb; do "${as_root[@]}" dpkg -x "$deb" "$kde_prefix"; done
+    "${as_root[@]}" rm -rf "$downloads"
+}
+# Only that test needs them: without them it is skipped, the rest goes on.
+if [ ! -x "$kde_prefix/usr/bin/kwin_wayland" ] && [ "${as_root[*]}" != false ]; then
+    unpack_kde || echo "setup: could not unpack KDE's portal; its test will be skipped" >&2
+fi
