@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages Mendwise needs to build, run and test, but only those that are
 # missing. Works as root or through sudo. Used by start.sh, test.sh and CI alike.
+# With --fuzz, also what the libFuzzer targets need (scripts/fuzz.sh; not part of CI).
 set -euo pipefail
 
 packages=(
@@ -15,6 +16,7 @@ packages=(
     xvfb openbox trayer xdotool xclip x11-utils x11-xkb-utils mousepad xterm stterm rxvt-unicode curl
     openssl python3
 )
+[ "${1:-}" = --fuzz ] && packages+=(clang libclang-rt-14-dev)
 
 missing=()
 for p in "${packages[@]}"; do
