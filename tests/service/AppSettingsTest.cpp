@@ -80,84 +80,68 @@ std::unique_ptr<Counter> countNotifications(const QString& name) {
     return counter;
 }
 
+// The loaded values in one line: key|prompt|model|launch at login|menu bar icon|auto-fix.
+QString loaded(const AppSettings& s) {
+    const bool isDefault = s.systemPrompt() == AppSettings::defaultSystemPrompt;
+    return QStringList{s.apiKey(),
+                       isDefault ? QStringLiteral("default") : s.systemPrompt(),
+                       s.selectedModel().rawValue(),
+                       QVariant(s.launchAtLogin()).toString(),
+                       QVariant(s.showMenuBarIcon()).toString(),
+                       QVariant(s.autoFixOnTrigger()).toString()}
+        .join(u'|');
+}
+
 } // namespace
 
-TEST_F(AppSettingsTest, FreshStoreYieldsDefaultsAndLoadingWritesNothing) {
+// The INI store keeps no types: a Boolean is the bare word true or false, as QSettings writes
+// one; anything else under a switch takes the switch's fallback. A list (an unquoted comma)
+// is no string. An unknown model reads as Haiku.
+TEST_F(AppSettingsTest, LoadingReadsEachValueOrItsFallbackAndWritesNothing) {
+    const QString defaults = QStringLiteral("|default|claude-haiku-4-5|false|true|false");
+    std::vector<std::pair<QByteArray, QString>> cases = {
+        {"", defaults},
+        {"anthropic_api_key=\"  sk-ant-spaced  \"\nsystem_prompt=\n"
+         "selected_model=claude-opus-4-6\nlaunch_at_login=true\nshow_menu_bar_icon=false\n"
+         "auto_fix_on_trigger=true\n",
+         QStringLiteral("  sk-ant-spaced  ||claude-opus-4-6|true|false|true")},
+        {"anthropic_api_key=sk-ant, other\nsystem_prompt=Fix this, please\n"
+         "selected_model=claude-opus-4-6, claude-haiku-4-5\n",
+         defaults},
+    };
+    for (const QByteArray model : {"claude-3-haiku-20240307", "Claude-sonnet-4-6", "opus"})
+        cases.emplace_back("selected_model=" + model + '\n', defaults);
+    for (const QByteArray value :
+         {"yes", "1", "0", "False", "TRUE", "", "\"\"", "true, false", "@Variant(garbage", "no"})
+        cases.emplace_back("show_menu_bar_icon=" + value + "\nlaunch_at_login=" + value +
+                               "\nauto_fix_on_trigger=" + value + '\n',
+                           defaults);
     support::LogCapture log;
-    {
-        const auto settings = load();
-        EXPECT_EQ(settings->apiKey(), QString());
-        EXPECT_EQ(settings->systemPrompt(), AppSettings::defaultSystemPrompt);
-        EXPECT_EQ(settings->selectedModel(), ClaudeModel::haiku);
-        EXPECT_FALSE(settings->launchAtLogin());
-        EXPECT_TRUE(settings->showMenuBarIcon());
-        EXPECT_FALSE(settings->autoFixOnTrigger());
-        testutil::processEventsFor(std::chrono::milliseconds(50));
+    for (const auto& [values, expected] : cases) {
+        useNewFile();
+        const QByteArray ini = values.isEmpty() ? QByteArray() : "[General]\n" + values;
+        if (!ini.isEmpty())
+            writeStore(ini);
+        const QDateTime modified = QFileInfo(path()).lastModified();
+        {
+            const auto settings = load();
+            EXPECT_EQ(loaded(*settings), expected) << values.constData();
+            testutil::processEventsFor(std::chrono::milliseconds(5));
+        }
+        EXPECT_EQ(QFileInfo::exists(path()), !ini.isEmpty());
+        EXPECT_EQ(storeBytes(), ini);
+        EXPECT_EQ(QFileInfo(path()).lastModified(), modified);
     }
-    EXPECT_FALSE(QFileInfo::exists(path()));
     EXPECT_EQ(loginItem_.registerCalls() + loginItem_.unregisterCalls(), 0);
     EXPECT_TRUE(log.records().isEmpty());
     EXPECT_EQ(AppSettings::defaultSystemPrompt.size(), 154);
 }
 
-TEST_F(AppSettingsTest, StoredValuesLoadAsWrittenAndLoadingLeavesTheFileAlone) {
-    const QByteArray ini = "[General]\n"
-                           "anthropic_api_key=\"  sk-ant-spaced  \"\n"
-                           "system_prompt=\n"
-                           "selected_model=claude-opus-4-6\n"
-                           "launch_at_login=true\n"
-                           "show_menu_bar_icon=false\n"
-                           "auto_fix_on_trigger=true\n";
-    writeStore(ini);
-    const QDateTime modified = QFileInfo(path()).lastModified();
-    {
-        const auto settings = load();
-        EXPECT_EQ(settings->apiKey(), QStringLiteral("  sk-ant-spaced  "));
-        EXPECT_EQ(settings->systemPrompt(), QString()); // stored empty, not the default
-        EXPECT_EQ(settings->selectedModel(), ClaudeModel::opus);
-        EXPECT_TRUE(settings->launchAtLogin());
-        EXPECT_FALSE(settings->showMenuBarIcon());
-        EXPECT_TRUE(settings->autoFixOnTrigger());
-        testutil::processEventsFor(std::chrono::milliseconds(50));
-    }
-    EXPECT_EQ(storeBytes(), ini);
-    EXPECT_EQ(QFileInfo(path()).lastModified(), modified);
-    EXPECT_EQ(loginItem_.registerCalls(), 0); // the registration is not touched at load
-}
-
-TEST_F(AppSettingsTest, UnknownModelFallsBackToHaikuAndStaysInTheStore) {
-    for (const QByteArray stored : {"claude-3-haiku-20240307", "Claude-sonnet-4-6", "opus"}) {
-        useNewFile();
-        writeStore("[General]\nselected_model=" + stored + "\nsystem_prompt=kept\n");
-        const auto settings = load();
-        EXPECT_EQ(settings->selectedModel(), ClaudeModel::haiku) << stored.constData();
-        settings->setSystemPrompt(QStringLiteral("edited")); // a write of another key
-        EXPECT_EQ(storedText(AppSettings::modelKey), stored);
-    }
-}
-
-// The INI store keeps no types: a Boolean is the bare word true or false, as QSettings writes
-// one. Anything else stored under a switch is not a Boolean and takes the switch's fallback.
-TEST_F(AppSettingsTest, MalformedStoredValuesTakeTheirFallbacks) {
-    const QByteArray notBooleans[] = {
-        "yes", "1", "0", "False", "TRUE", "", "\"\"", "true, false", "@Variant(garbage", "no"};
-    for (const QByteArray& value : notBooleans) {
-        useNewFile();
-        writeStore("[General]\nshow_menu_bar_icon=" + value + "\nlaunch_at_login=" + value +
-                   "\nauto_fix_on_trigger=" + value + "\n");
-        const auto settings = load();
-        EXPECT_TRUE(settings->showMenuBarIcon()) << value.constData();
-        EXPECT_FALSE(settings->launchAtLogin()) << value.constData();
-        EXPECT_FALSE(settings->autoFixOnTrigger()) << value.constData();
-    }
-    // A list (an unquoted comma) is no string: the fallbacks apply.
-    useNewFile();
-    writeStore("[General]\nanthropic_api_key=sk-ant, other\nsystem_prompt=Fix this, please\n"
-               "selected_model=claude-opus-4-6, claude-haiku-4-5\n");
+TEST_F(AppSettingsTest, UnknownModelStaysInTheStoreUntilOneIsPicked) {
+    writeStore("[General]\nselected_model=claude-3-haiku-20240307\n");
     const auto settings = load();
-    EXPECT_EQ(settings->apiKey(), QString());
-    EXPECT_EQ(settings->systemPrompt(), AppSettings::defaultSystemPrompt);
-    EXPECT_EQ(settings->selectedModel(), ClaudeModel::haiku);
+    settings->setSystemPrompt(QStringLiteral("edited")); // a write of another key
+    EXPECT_EQ(storedText(AppSettings::modelKey), QByteArray("claude-3-haiku-20240307"));
 }
 
 TEST_F(AppSettingsTest, EveryAssignmentIsAnnouncedBeforeAndWrittenAtOnce) {
