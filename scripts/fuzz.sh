@@ -4,7 +4,8 @@
 # Prints, per target: executions, coverage (edges, features), time, and the verdict.
 # Usage: fuzz.sh [RUNS] [TARGET...]   (RUNS default 100000; targets default all)
 # Environment: FUZZ_BUILD_DIR (default build-fuzz), FUZZ_WORK (corpora and logs, default
-# FUZZ_BUILD_DIR/work). A failing input is kept in FUZZ_WORK as crash-*, leak-* or oom-*.
+# FUZZ_BUILD_DIR/work), FUZZ_SECONDS (stop a target after this long even if its runs are not
+# done; default no limit). A failing input is kept in FUZZ_WORK as crash-*, leak-* or oom-*.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 runs=${1:-100000}
@@ -36,7 +37,7 @@ for target in "${targets[@]}"; do
     verdict=clean
     (cd "$work" && ASAN_OPTIONS=$asan UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
         QT_QPA_PLATFORM=offscreen "$build/tests/fuzz/fuzz_$target" -runs="$runs" \
-        -max_len=4096 -artifact_prefix="$work/$target-" -print_final_stats=1 \
+        -max_len=4096 -max_total_time="${FUZZ_SECONDS:-0}" -artifact_prefix="$work/$target-" -print_final_stats=1 \
         "$corpus" "$root/tests/fuzz/seeds/$target") >"$log" 2>&1 || verdict="FAILED (see $log)"
     seconds=$(($(date +%s) - start))
     executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
