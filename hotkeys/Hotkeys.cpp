@@ -39,7 +39,7 @@ std::optional<std::int64_t> integerMember(const QJsonObject& object, QLatin1Stri
     return static_cast<std::int64_t>(number);
 }
 
-std::optional<Shortcut> decode(const QString& text) {
+std::optional<Shortcut> decodeText(const QString& text) {
     QJsonParseError error{};
     const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8(), &error);
     if (error.error != QJsonParseError::NoError || !document.isObject())
@@ -54,7 +54,7 @@ std::optional<Shortcut> decode(const QString& text) {
 }
 
 // A shortcut whose values could not be read back is not written at all.
-std::optional<QString> encode(const Shortcut& shortcut) {
+std::optional<QString> encodeText(const Shortcut& shortcut) {
     if (!inRange(shortcut))
         return std::nullopt;
     const QJsonObject object{{QStringLiteral("carbonKeyCode"), qint64(shortcut.carbonKeyCode)},
@@ -62,16 +62,10 @@ std::optional<QString> encode(const Shortcut& shortcut) {
     return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
 }
 
-// The entry under the name's key: a QString (the shortcut's JSON), a Boolean (the false marker;
-// the INI file gives it back as the bare word), something else, or invalid when absent.
+// The entry under the name's key: the shortcut's JSON text, a Boolean (the false marker),
+// something else, or invalid when absent.
 QVariant storedValue(const Name& name) {
-    QVariant value = detail::openDefaults()->value(name.storageKey());
-    if (value.typeId() == QMetaType::QString) {
-        const QString text = value.toString();
-        if (text == QLatin1StringView("false") || text == QLatin1StringView("true"))
-            return QVariant(text == QLatin1StringView("true"));
-    }
-    return value;
+    return detail::normalizedStoredValue(detail::openDefaults()->value(name.storageKey()));
 }
 
 void postChange(const Name& name) {
@@ -189,6 +183,30 @@ private:
 
 } // namespace
 
+namespace detail {
+
+// The INI store gives a Boolean back as the bare word, so the words stand for the Booleans.
+QVariant normalizedStoredValue(QVariant value) {
+    if (value.typeId() == QMetaType::QString) {
+        const QString text = value.toString();
+        if (text == QLatin1StringView("false") || text == QLatin1StringView("true"))
+            return QVariant(text == QLatin1StringView("true"));
+    }
+    return value;
+}
+
+std::optional<Shortcut> decodeStoredShortcut(const QVariant& stored) {
+    if (stored.typeId() != QMetaType::QString)
+        return std::nullopt;
+    return decodeText(stored.toString());
+}
+
+std::optional<QString> encodeStoredShortcut(const Shortcut& shortcut) {
+    return encodeText(shortcut);
+}
+
+} // namespace detail
+
 // Name
 
 Name::Name(QString rawValue) : rawValue_(std::move(rawValue)) {
@@ -227,15 +245,12 @@ Name constantName(const QString& rawValue, const std::optional<Shortcut>& defaul
 // Storage
 
 std::optional<Shortcut> shortcut(const Name& name) {
-    const QVariant value = storedValue(name);
-    if (value.typeId() != QMetaType::QString)
-        return std::nullopt;
-    return decode(value.toString());
+    return detail::decodeStoredShortcut(storedValue(name));
 }
 
 void setShortcut(const std::optional<Shortcut>& newShortcut, const Name& name) {
     if (newShortcut) {
-        const auto json = encode(*newShortcut);
+        const auto json = detail::encodeStoredShortcut(*newShortcut);
         if (!json)
             return;
         if (const auto old = shortcut(name))

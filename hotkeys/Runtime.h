@@ -77,6 +77,14 @@ std::unique_ptr<QSettings> openDefaults();
 // Sets or clears the user-facing error of a shortcut; posts the change.
 void setRegistrationError(Runtime& state, const Shortcut& shortcut,
                           const std::optional<QString>& error);
+// A value read from the store as the subsystem sees it: the words true and false as Booleans,
+// anything else unchanged.
+QVariant normalizedStoredValue(QVariant value);
+// The shortcut in a (normalized) stored value; none for the false marker, anything that is not
+// a shortcut's JSON text, or values out of range.
+std::optional<Shortcut> decodeStoredShortcut(const QVariant& stored);
+// The JSON text stored for a shortcut; none when its values could not be read back.
+std::optional<QString> encodeStoredShortcut(const Shortcut& shortcut);
 
 // The registry's event handler, installed on the hot-key port.
 platform::OSStatus handleHotKeyEvent(Runtime& state, const platform::HotKeyEvent& event);

@@ -2,6 +2,7 @@
 # Installs the Debian packages Mendwise needs to build, run and test, but only those that are
 # missing. Works as root or through sudo. Used by start.sh, test.sh and CI alike.
 # Usage: setup.sh [--test-apps]   (--test-apps: also the applications the "apps" tests drive)
+# With --fuzz, also what the libFuzzer targets need (scripts/fuzz.sh; not part of CI).
 set -euo pipefail
 
 packages=(
@@ -26,6 +27,7 @@ packages=(
     # typing into KWin in the test against KDE's portal (its fake-input protocol)
     plasma-wayland-protocols libwayland-bin libwayland-dev
 )
+[ "${1:-}" = --fuzz ] && packages+=(clang libclang-rt-14-dev)
 
 # The applications people use, for the "apps" tests (label apps): GTK 4, Qt 5/KDE and
 # LibreOffice (with its GTK 3 face, which carries its accessibility).

@@ -288,17 +288,23 @@ QString AnthropicService::rewrite(const QString& text, const QString& systemProm
     support::log(QStringLiteral("📡 [API] Response: HTTP ") + QString::number(response.status) +
                  QStringLiteral(" in ") + QString::asprintf("%.2f", elapsed.count()) + u's');
 
-    if (response.status != 200) {
+    return readAnswer(response.status, response.body);
+}
+
+QString AnthropicService::readAnswer(long status, const QByteArray& body) {
+    if (status != 200) {
         const QString errorText =
-            service::decodeUtf8Strictly(response.body).value_or(QStringLiteral("Unknown error"));
+            service::decodeUtf8Strictly(body).value_or(QStringLiteral("Unknown error"));
         support::log(QStringLiteral("❌ [API] Error: ") + errorText);
         throw Err::api(errorText);
     }
 
     QJsonParseError parseError{};
-    const QJsonDocument document = QJsonDocument::fromJson(response.body, &parseError);
+    const QJsonDocument document = QJsonDocument::fromJson(body, &parseError);
+    // Qt reports an unterminated string one byte past the end of the body.
     if (parseError.error != QJsonParseError::NoError)
-        throw service::JsonParseError(parseError.errorString(), parseError.offset);
+        throw service::JsonParseError(parseError.errorString(),
+                                      std::min<qsizetype>(parseError.offset, body.size()));
 
     const QJsonObject root = document.object(); // empty for a top-level array
     if (const QJsonValue usage = root.value(QStringLiteral("usage")); usage.isObject()) {

@@ -78,6 +78,10 @@ public:
     [[nodiscard]] QString rewrite(const QString& text, const QString& systemPrompt,
                                   const std::stop_token& stop = {}) const;
 
+    // The answer in a response of the service (`status` is the HTTP status), as rewrite()
+    // returns it; throws Err or service::JsonParseError as rewrite() does.
+    [[nodiscard]] static QString readAnswer(long status, const QByteArray& body);
+
     [[nodiscard]] const QUrl& api() const { return api_; }
     [[nodiscard]] std::chrono::milliseconds idleTimeout() const { return idleTimeout_; }
 

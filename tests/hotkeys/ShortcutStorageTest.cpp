@@ -7,7 +7,6 @@
 #include <QFile>
 #include <QKeyEvent>
 #include <QMenu>
-#include <set>
 
 using namespace Hotkeys;
 
@@ -58,20 +57,6 @@ TEST(ShortcutValues, QtKeyEventsUseTheKeyPositionAndCtrlAsCommand) {
     EXPECT_EQ(Shortcut::fromEvent(release), Shortcut(96, 0x1000 | 0x800));
     const QKeyEvent shortcutOverride(QEvent::ShortcutOverride, Qt::Key_J, Qt::ControlModifier);
     EXPECT_FALSE(Shortcut::fromEvent(shortcutOverride).has_value());
-}
-
-TEST(ShortcutValues, KeyConstantsAreDistinctVirtualKeys) {
-    std::set<std::int64_t> codes;
-    for (const Key key : Key::all)
-        codes.insert(key.rawValue);
-    EXPECT_EQ(codes.size(), 113u);
-    EXPECT_EQ(Key::a.rawValue, 0);
-    EXPECT_EQ(Key::j.rawValue, 38);
-    EXPECT_EQ(Key::zero.rawValue, 29);
-    EXPECT_EQ(Key::rightShift.rawValue, 60);
-    EXPECT_EQ(Key::f20.rawValue, 90);
-    EXPECT_EQ(Key::keypadPlus.rawValue, 69);
-    EXPECT_EQ(Key::all.back(), Key::keypadPlus);
 }
 
 TEST_F(Storage, DefaultIsWrittenOnceOnAFreshStore) {

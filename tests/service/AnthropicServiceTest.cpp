@@ -3,6 +3,7 @@
 #include "platform/sim/SimLoginItem.h"
 #include "service/AppSettings.h"
 #include "support/Background.h"
+#include "support/Graphemes.h"
 #include "support/Log.h"
 #include "tests/common/ChildProcess.h"
 #include "tests/common/LoopbackHttpServer.h"
@@ -75,17 +76,6 @@ template <typename E> E caught(const std::exception_ptr& error) {
 const QRegularExpression
     responseLine(QStringLiteral(R"(^📡 \[API\] Response: HTTP (\d+) in \d+\.\d\ds$)"));
 
-QString answerBody(const QJsonValue& content, const QJsonValue& usage = QJsonValue::Undefined) {
-    QJsonObject body{{QStringLiteral("content"), content}};
-    if (!usage.isUndefined())
-        body.insert(QStringLiteral("usage"), usage);
-    return QString::fromUtf8(QJsonDocument(body).toJson(QJsonDocument::Compact));
-}
-
-QJsonObject textBlock(const QString& text) {
-    return {{QStringLiteral("type"), QStringLiteral("text")}, {QStringLiteral("text"), text}};
-}
-
 } // namespace
 
 TEST_F(AnthropicServiceTest, SendsOneCompactRequestWithTheExactHeaders) {
@@ -122,7 +112,7 @@ TEST_F(AnthropicServiceTest, SendsOneCompactRequestWithTheExactHeaders) {
     EXPECT_TRUE(request.body.contains("\"max_tokens\":4096,")) << request.body.constData();
 }
 
-TEST_F(AnthropicServiceTest, SuccessTracesTheExchangeWithAndWithoutUsage) {
+TEST_F(AnthropicServiceTest, TracesTheExchangeInOrder) {
     server_.enqueue(HttpResponse::messagesAnswer(QStringLiteral("Hello world"), 25, 3));
     EXPECT_EQ(client().rewrite(QStringLiteral("Helo"), QStringLiteral("Fix")),
               QStringLiteral("Hello world"));
@@ -134,129 +124,97 @@ TEST_F(AnthropicServiceTest, SuccessTracesTheExchangeWithAndWithoutUsage) {
                                      QStringLiteral("   Model: Haiku 4.5 (claude-haiku-4-5)"),
                                      QStringLiteral("   Input: \"Helo...\" (4 chars)"),
                                  }));
-    const QRegularExpressionMatch response = responseLine.match(records[4]);
-    ASSERT_TRUE(response.hasMatch()) << records[4].toStdString();
-    EXPECT_EQ(response.captured(1), QStringLiteral("200"));
+    EXPECT_EQ(responseLine.match(records[4]).captured(1), QStringLiteral("200"));
     EXPECT_EQ(records[5], QStringLiteral("📊 [API] Tokens: 25 in → 3 out"));
     EXPECT_EQ(records[6], QStringLiteral("✅ [API] Success: \"Hello world...\" (11 chars)"));
 
-    // No "usage", or one that is not an object: no tokens line, still a success. Counts that
-    // are missing or not integers read as 0.
-    const QJsonArray content{textBlock(QStringLiteral("Done"))};
+    // An error response: its status on the response line, then its whole body.
+    const QByteArray body = R"({"type":"error","error":{"type":"authentication_error"}})";
+    server_.enqueue(HttpResponse::json(401, body));
+    log_.clear();
+    const auto error = caught<AnthropicService::Err>(failure());
+    EXPECT_EQ(error.errorDescription(), QString::fromUtf8(body));
+    records = log_.records();
+    ASSERT_EQ(records.size(), 6);
+    EXPECT_EQ(responseLine.match(records[4]).captured(1), QStringLiteral("401"));
+    EXPECT_EQ(records[5], QStringLiteral("❌ [API] Error: ") + QString::fromUtf8(body));
+}
+
+// What each response reads as: "=" and the answer exactly as received, "api:" and the error
+// text, "parse" (JSON without a usable first text block) or "json" (not JSON at all); and
+// the tokens line, logged whenever "usage" is an object (missing or non-integer counts are 0).
+TEST(AnthropicServiceAnswers, EveryResponseReadsAsItsAnswerOrItsError) {
+    const QString noTokens;
+    const QString zeroTokens = QStringLiteral("📊 [API] Tokens: 0 in → 0 out");
+    const QString fiveTokens = QStringLiteral("📊 [API] Tokens: 5 in → 0 out");
+    const QByteArray usage5 = R"("usage":{"input_tokens":5,"output_tokens":0})";
     const struct {
-        QJsonValue usage;
+        long status;
+        QByteArray body;
+        QString outcome;
         QString tokens;
     } cases[] = {
-        {QJsonValue::Undefined, {}},
-        {QStringLiteral("12 in"), {}},
-        {QJsonArray{1, 2}, {}},
-        {QJsonObject{{QStringLiteral("input_tokens"), 12.5},
-                     {QStringLiteral("output_tokens"), QStringLiteral("9")}},
-         QStringLiteral("📊 [API] Tokens: 0 in → 0 out")},
-        {QJsonObject{{QStringLiteral("output_tokens"), 4096}},
-         QStringLiteral("📊 [API] Tokens: 0 in → 4096 out")},
-    };
-    for (const auto& c : cases) {
-        log_.clear();
-        server_.enqueue(HttpResponse::json(200, answerBody(content, c.usage).toUtf8()));
-        EXPECT_EQ(client().rewrite(QStringLiteral("x"), QStringLiteral("y")),
-                  QStringLiteral("Done"));
-        records = log_.records();
-        EXPECT_EQ(log_.indexOfPrefix(QStringLiteral("📊")) >= 0, !c.tokens.isEmpty());
-        if (!c.tokens.isEmpty()) {
-            EXPECT_TRUE(log_.contains(c.tokens)) << records.join(u'\n').toStdString();
-        }
-        EXPECT_EQ(records.last(), QStringLiteral("✅ [API] Success: \"Done...\" (4 chars)"));
-    }
-}
-
-TEST_F(AnthropicServiceTest, AnswerIsReturnedExactlyAsReceived) {
-    for (const QString& answer : {QStringLiteral("\n  Hello, world.  \n\n"), QStringLiteral(" "),
-                                  QStringLiteral(""), QStringLiteral("\u00a0tabs\t\r\n")}) {
-        server_.enqueue(HttpResponse::messagesAnswer(answer));
-        EXPECT_EQ(client().rewrite(QStringLiteral("x"), QStringLiteral("y")), answer);
-    }
-}
-
-TEST_F(AnthropicServiceTest, ServiceErrorsCarryTheWholeBody) {
-    const QByteArray body =
-        R"({"type":"error","error":{"type":"authentication_error","message":"invalid x-api-key"}})";
-    server_.enqueue(HttpResponse::json(401, body));
-    auto error = caught<AnthropicService::Err>(failure());
-    EXPECT_EQ(error.kind(), AnthropicService::Err::Case::api);
-    EXPECT_EQ(error.errorDescription(), QString::fromUtf8(body));
-    EXPECT_EQ(log_.records().last(), QStringLiteral("❌ [API] Error: ") + QString::fromUtf8(body));
-    EXPECT_EQ(responseLine.match(log_.records().at(4)).captured(1), QStringLiteral("401"));
-
-    // Any status but 200 is an error, also a success code; the text is decoded strictly.
-    const struct {
-        int status;
-        QByteArray body;
-        QString description;
-    } cases[] = {
-        {201, "created", QStringLiteral("created")},
+        {200, R"({"content":[{"text":"Done"}]})", QStringLiteral("=Done"), noTokens},
+        {200, R"({"content":[{"text":"Done"}],"usage":"12 in"})", QStringLiteral("=Done"),
+         noTokens},
+        {200, R"({"content":[{"text":"Done"}],"usage":[1,2]})", QStringLiteral("=Done"), noTokens},
+        {200, R"({"content":[{"text":"Done"}],"usage":{"input_tokens":12.5,"output_tokens":"9"}})",
+         QStringLiteral("=Done"), zeroTokens},
+        {200, R"({"usage":{"output_tokens":4096},"content":[{"text":"Done"}]})",
+         QStringLiteral("=Done"), QStringLiteral("📊 [API] Tokens: 0 in → 4096 out")},
+        {200, R"({"content":[{"text":"\n  Hello.  \n\n"}]})", QStringLiteral("=\n  Hello.  \n\n"),
+         noTokens},
+        {200, R"({"content":[{"text":""}]})", QStringLiteral("="), noTokens},
+        {200, "{\"content\":[{\"text\":\"\xc2\xa0tabs\\t\\r\\n\"}]}",
+         QStringLiteral("=\u00a0tabs\t\r\n"), noTokens},
+        // Any status but 200 is an error, also a success code; its text is decoded strictly.
+        {201, "created", QStringLiteral("api:created"), noTokens},
         {529, "\xef\xbb\xbfOverloaded \xe2\x80\x94 later",
-         QStringLiteral("\ufeffOverloaded — later")},
-        {500, "", QString()},
-        {503, "bad \xff\xfe bytes", QStringLiteral("Unknown error")},
-        {400, "\xed\xa0\x80 surrogate", QStringLiteral("Unknown error")},
-        {502, "\xc0\xaf overlong", QStringLiteral("Unknown error")},
+         QStringLiteral("api:\ufeffOverloaded — later"), noTokens},
+        {500, "", QStringLiteral("api:"), noTokens},
+        {503, "bad \xff\xfe bytes", QStringLiteral("api:Unknown error"), noTokens},
+        {400, "\xed\xa0\x80 surrogate", QStringLiteral("api:Unknown error"), noTokens},
+        {502, "\xc0\xaf overlong", QStringLiteral("api:Unknown error"), noTokens},
+        {200, "Hello, not JSON", QStringLiteral("json"), noTokens},
+        {200, "", QStringLiteral("json"), noTokens},
+        {200, "{\"content\":[{\"text\":\"\xff\"}]}", QStringLiteral("json"), noTokens},
+        {200, R"({"content":[{"text":"unterminated)", QStringLiteral("json"), noTokens},
+        {200, "{\"content\":[]," + usage5 + '}', QStringLiteral("parse"), fiveTokens},
+        {200, R"({"content":[{"type":"tool_use"},{"text":"later"}]})", QStringLiteral("parse"),
+         noTokens},
+        {200, "{\"content\":[{\"text\":42}]," + usage5 + '}', QStringLiteral("parse"), fiveTokens},
+        {200, R"({"content":[{"text":"first"},"second"]})", QStringLiteral("parse"), noTokens},
+        {200, R"({"content":{"text":"x"}})", QStringLiteral("parse"), noTokens},
+        {200, '{' + usage5 + '}', QStringLiteral("parse"), fiveTokens},
+        {200, R"([{"content":[{"text":"x"}]}])", QStringLiteral("parse"), noTokens},
     };
     for (const auto& c : cases) {
-        log_.clear();
-        server_.enqueue(HttpResponse::json(c.status, c.body));
-        error = caught<AnthropicService::Err>(failure());
-        EXPECT_EQ(error.kind(), AnthropicService::Err::Case::api);
-        EXPECT_EQ(error.errorDescription(), c.description) << c.status;
-        EXPECT_EQ(log_.records().last(), QStringLiteral("❌ [API] Error: ") + c.description);
-    }
-}
-
-TEST_F(AnthropicServiceTest, UnusableSuccessBodiesFailAfterTheirTraceLines) {
-    // Not JSON at all: the parser's error, nothing traced after the response line.
-    for (const QByteArray& body : {QByteArray("Hello, not JSON"), QByteArray(""),
-                                   QByteArray("{\"content\":[{\"text\":\"\xff\"}]}")}) {
-        log_.clear();
-        server_.enqueue(HttpResponse::json(200, body));
-        const auto error = caught<service::JsonParseError>(failure());
-        EXPECT_FALSE(error.errorDescription().isEmpty());
-        EXPECT_TRUE(responseLine.match(log_.records().last()).hasMatch()) << body.constData();
-    }
-
-    // JSON without a usable first text block: "Parse error", after the tokens line if any.
-    const QJsonObject usage{{QStringLiteral("input_tokens"), 5},
-                            {QStringLiteral("output_tokens"), 0}};
-    const struct {
-        const char* name;
-        QString body;
-        bool tokens;
-    } cases[] = {
-        {"empty content with usage", answerBody(QJsonArray{}, usage), true},
-        {"first block has no text",
-         answerBody(QJsonArray{QJsonObject{{QStringLiteral("type"), QStringLiteral("tool_use")}},
-                               textBlock(QStringLiteral("later"))}),
-         false},
-        {"text that is not a string",
-         answerBody(QJsonArray{QJsonObject{{QStringLiteral("text"), 42}}}, usage), true},
-        {"a later block that is not an object",
-         answerBody(QJsonArray{textBlock(QStringLiteral("first")), QStringLiteral("second")}),
-         false},
-        {"content is an object", answerBody(textBlock(QStringLiteral("x"))), false},
-        {"no content", QStringLiteral(R"({"usage":{"input_tokens":1,"output_tokens":2}})"), true},
-        {"top-level array", QStringLiteral(R"([{"content":[{"text":"x"}]}])"), false},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        log_.clear();
-        server_.enqueue(HttpResponse::json(200, c.body.toUtf8()));
-        const auto error = caught<AnthropicService::Err>(failure());
-        EXPECT_EQ(error.kind(), AnthropicService::Err::Case::parse);
-        EXPECT_EQ(error.errorDescription(), QStringLiteral("Parse error"));
-        const QStringList records = log_.records();
-        ASSERT_GE(records.size(), 6);
-        EXPECT_EQ(records.last(), QStringLiteral("❌ [API] Failed to parse response"));
-        EXPECT_EQ(records[records.size() - 2].startsWith(QStringLiteral("📊 [API] Tokens: ")),
-                  c.tokens);
+        SCOPED_TRACE(c.body.toStdString());
+        const support::LogCapture log;
+        QString outcome;
+        try {
+            outcome = u'=' + AnthropicService::readAnswer(c.status, c.body);
+        } catch (const AnthropicService::Err& e) {
+            outcome = e.kind() == AnthropicService::Err::Case::parse
+                          ? QStringLiteral("parse")
+                          : QStringLiteral("api:") + e.errorDescription();
+        } catch (const service::JsonParseError& e) {
+            EXPECT_LE(e.offset(), c.body.size()); // a byte of the body
+            outcome = QStringLiteral("json");
+        }
+        EXPECT_EQ(outcome, c.outcome);
+        QStringList expected;
+        if (!c.tokens.isEmpty())
+            expected << c.tokens;
+        if (outcome.startsWith(u'='))
+            expected << QStringLiteral("✅ [API] Success: \"") +
+                            support::graphemePrefix(outcome.mid(1), 50) + u"...\" (" +
+                            QString::number(support::graphemeCount(outcome.mid(1))) + u" chars)";
+        else if (outcome == u"parse")
+            expected << QStringLiteral("❌ [API] Failed to parse response");
+        else if (outcome.startsWith(u"api:"))
+            expected << QStringLiteral("❌ [API] Error: ") + outcome.mid(4);
+        EXPECT_EQ(log.records(), expected);
     }
 }
 
