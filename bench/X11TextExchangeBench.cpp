@@ -7,9 +7,9 @@
 // flow meets it: the whole selection read and the anchor (start the application, select some
 // text, then run it).
 #include "platform/freedesktop/AtspiAccessibility.h"
+#include "platform/freedesktop/QtScreens.h"
 #include "platform/x11/X11KeyboardEvents.h"
 #include "platform/x11/X11Pasteboard.h"
-#include "platform/freedesktop/QtScreens.h"
 #include "platform/x11/X11Workspace.h"
 #include "support/Log.h"
 #include "text/TextSelectionService.h"

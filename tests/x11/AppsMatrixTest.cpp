@@ -2,10 +2,10 @@
 // accessibility (never through the clipboard), the anchor stands under it, and the pasted answer
 // is in the document afterwards, read back through the application.
 #include "platform/freedesktop/AtspiAccessibility.h"
+#include "platform/freedesktop/QtScreens.h"
 #include "platform/x11/AccessibilityBusAddress.h"
 #include "platform/x11/X11KeyboardEvents.h"
 #include "platform/x11/X11Pasteboard.h"
-#include "platform/freedesktop/QtScreens.h"
 #include "platform/x11/X11Workspace.h"
 #include "tests/common/TestUtil.h"
 #include "tests/x11/DesktopApps.h"
