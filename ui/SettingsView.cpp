@@ -13,8 +13,10 @@
 #include "ui/SettingsIcon.h"
 #include "ui/StatusDot.h"
 #include "ui/ToggleSwitch.h"
+#include "ui/TriggerBindingHelp.h"
 
 #include <QComboBox>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -182,6 +184,11 @@ GeneralSettingsTab::GeneralSettingsTab(AppSettings& settings,
     // Said under the row while the desktop refuses the shortcut.
     shortcutProblem_ = hint(colors::red());
     shortcut->addRow()->addWidget(shortcutProblem_);
+    connect(shortcutProblem_, &QLabel::linkActivated, this, [this] {
+        QMessageBox::information(this, QStringLiteral("Set up the shortcut"),
+                                 triggerBindingHelp(qEnvironmentVariable("XDG_CURRENT_DESKTOP"),
+                                                    QStringLiteral("mendwise --trigger")));
+    });
     shortcutObserver_ = support::NotificationCenter::defaultCenter().addObserver(
         QString::fromLatin1(Hotkeys::registrationStatusDidChange),
         [self = QPointer<GeneralSettingsTab>(this)](const support::Notification&) {
@@ -254,7 +261,11 @@ QLabel* GeneralSettingsTab::hint(const QColor& color) {
 
 void GeneralSettingsTab::refreshShortcutProblem() {
     const std::optional<QString> problem = Hotkeys::registrationError(triggerName_);
-    shortcutProblem_->setText(problem.value_or(QString()));
+    QString text = problem.value_or(QString());
+    // On Wayland the way out is the desktop's own keyboard settings: say how.
+    if (problem && QGuiApplication::platformName().startsWith(QLatin1String("wayland")))
+        text = text.toHtmlEscaped() + QStringLiteral(" — <a href=\"bind\">How to set it up</a>");
+    shortcutProblem_->setText(text);
     shortcutProblem_->setVisible(problem.has_value());
 }
 
