@@ -130,7 +130,7 @@ TEST_P(AppsMatrixTest, SelectionReadAnchoredAndReplacedThroughAccessibility) {
             read = service.readSelectedTextViaAX(pid);
             return read == sentence;
         },
-        20s))
+        45s)) // a loaded machine starts GTK 4 applications slowly
         << "read: " << read.value_or(QStringLiteral("nothing")).toStdString();
     EXPECT_EQ(pasteboard.string(), QStringLiteral("the user's clipboard"));
 
