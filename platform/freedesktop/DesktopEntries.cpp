@@ -138,4 +138,13 @@ std::optional<QString> DesktopEntries::applicationName(const QString& instance,
     return std::nullopt;
 }
 
+QString processName(std::int32_t pid) {
+    if (pid <= 0)
+        return {};
+    QFile comm(QStringLiteral("/proc/%1/comm").arg(pid));
+    if (!comm.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromLocal8Bit(comm.readLine(256)).trimmed();
+}
+
 } // namespace platform::freedesktop

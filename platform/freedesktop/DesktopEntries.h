@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <cstdint>
 #include <optional>
 #include <vector>
 
@@ -37,5 +38,9 @@ public:
 private:
     std::vector<Entry> entries_;
 };
+
+// The name the kernel knows a process by (/proc/PID/comm), for matching it to its entry; empty
+// when the process is gone or not ours to read.
+QString processName(std::int32_t pid);
 
 } // namespace platform::freedesktop

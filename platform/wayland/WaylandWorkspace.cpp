@@ -22,19 +22,11 @@
 namespace platform::wayland {
 
 using freedesktop::DesktopEntries;
+using freedesktop::processName;
 
 namespace {
 
 constexpr int ipcTimeoutMs = 150;
-
-QString processName(std::int32_t pid) {
-    if (pid <= 0)
-        return {};
-    QFile comm(QStringLiteral("/proc/%1/comm").arg(pid));
-    if (!comm.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromLocal8Bit(comm.readLine(256)).trimmed();
-}
 
 // A file descriptor closed on every path.
 class Socket {

@@ -12,6 +12,7 @@
 namespace platform::x11 {
 
 using freedesktop::DesktopEntries;
+using freedesktop::processName;
 
 class X11Workspace::Impl {
 public:
@@ -34,19 +35,6 @@ public:
     std::once_flag scanned;
     DesktopEntries desktopEntries;
 };
-
-namespace {
-
-QString processName(std::int32_t pid) {
-    if (pid <= 0)
-        return {};
-    QFile comm(QStringLiteral("/proc/%1/comm").arg(pid));
-    if (!comm.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromLocal8Bit(comm.readLine(256)).trimmed();
-}
-
-} // namespace
 
 X11Workspace::X11Workspace(QString opener) : d_(std::make_unique<Impl>(std::move(opener))) {}
 X11Workspace::~X11Workspace() = default;
