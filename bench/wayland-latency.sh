@@ -15,7 +15,8 @@ work=$(mktemp -d "${TMPDIR:-/tmp}/mendwise-bench.XXXXXX")
 pids=()
 trap 'kill "${pids[@]}" 2>/dev/null; wait 2>/dev/null; rm -rf "$work"' EXIT
 now_ms() { echo $(($(date +%s%N) / 1000000)); }
-panel_visible() { swaymsg -t get_tree | grep -q '"app_id": "app.mendwise.Mendwise"'; }
+# Read whole: with pipefail, grep -q leaving early would fail the pipe (swaymsg gets SIGPIPE).
+panel_visible() { [[ $(swaymsg -t get_tree) == *'"app_id": "app.mendwise.Mendwise"'* ]]; }
 wait_until() { local end=$((SECONDS + $1)); shift; until "$@"; do [ $SECONDS -ge $end ] && return 1; sleep 0.003; done; }
 count() { grep -cF -- "$1" "$work/app.log"; }
 

@@ -14,7 +14,8 @@ trap clean_up EXIT
 
 document() { "$here/atspi-text.py" "$1" text; }
 # Only mapped windows are in sway's tree: Mendwise shows no window but the panel here.
-panel_visible() { swaymsg -t get_tree | grep -q '"app_id": "app.mendwise.Mendwise"'; }
+# Read whole: with pipefail, grep -q leaving early would fail the pipe (swaymsg gets SIGPIPE).
+panel_visible() { [[ $(swaymsg -t get_tree) == *'"app_id": "app.mendwise.Mendwise"'* ]]; }
 panel_hidden() { ! panel_visible; }
 focused_app() { swaymsg -t get_tree | /usr/bin/python3 -c '
 import json, sys
