@@ -5,6 +5,7 @@
 #include "app/PanelPlacement.h"
 #include "app/Popover.h"
 #include "hotkeys/Hotkeys.h"
+#include "platform/freedesktop/GuiThread.h"
 #include "service/AnthropicService.h"
 #include "service/AppSettings.h"
 #include "support/Background.h"
@@ -29,6 +30,7 @@
 #include <QSystemTrayIcon>
 #include <QThread>
 #include <QVBoxLayout>
+#include <thread>
 
 namespace app {
 
@@ -317,6 +319,52 @@ void AppDelegate::showPicker(const std::optional<platform::RunningApplication>& 
             picker->select(0);
     }
     Q_EMIT pickerShown();
+}
+
+void AppDelegate::stepAsideForKeystroke(const QPointer<AppDelegate>& self) {
+    using platform::freedesktop::callOnGuiThread;
+    using Clock = std::chrono::steady_clock;
+    constexpr auto guiWait = std::chrono::milliseconds(500);
+    constexpr auto poll = std::chrono::milliseconds(10);
+    // The trigger's modifiers may still be down; where the desktop merges keyboards they would
+    // join the chord. Only a focused window learns the modifiers, so this asks before going.
+    const auto modifiersHeld = [] {
+        constexpr auto held = Qt::ControlModifier | Qt::ShiftModifier | Qt::AltModifier |
+                              Qt::MetaModifier;
+        return (QGuiApplication::queryKeyboardModifiers() & held) != 0;
+    };
+    for (const auto deadline = Clock::now() + std::chrono::milliseconds(250);
+         Clock::now() < deadline &&
+         callOnGuiThread<bool>(modifiersHeld, guiWait).value_or(false);)
+        std::this_thread::sleep_for(poll);
+
+    const auto aside = callOnGuiThread<bool>(
+        [self] {
+            if (!self || !self->floatingPanel_ || !self->floatingPanel_->isVisible())
+                return false;
+            self->floatingPanel_->stepAside();
+            return true;
+        },
+        guiWait);
+    if (!aside.value_or(false))
+        return;
+    // The compositor hands the focus to the window behind once the panel is gone.
+    const auto focused = [] { return QGuiApplication::focusWindow() != nullptr; };
+    for (const auto deadline = Clock::now() + std::chrono::milliseconds(300);
+         Clock::now() < deadline && callOnGuiThread<bool>(focused, guiWait).value_or(false);)
+        std::this_thread::sleep_for(poll);
+}
+
+void AppDelegate::comeBackAfterKeystroke(const QPointer<AppDelegate>& self) {
+    // The application reads its key while it still has the focus.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    platform::freedesktop::callOnGuiThread<bool>(
+        [self] {
+            if (self && self->floatingPanel_)
+                self->floatingPanel_->comeBack();
+            return true;
+        },
+        std::chrono::milliseconds(500));
 }
 
 void AppDelegate::runAction(const std::optional<platform::RunningApplication>& sourceApp,

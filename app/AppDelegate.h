@@ -68,6 +68,13 @@ public:
     void trigger();
     void showPicker(const std::optional<platform::RunningApplication>& sourceApp);
 
+    // Where the panel holds the keyboard focus (Wayland), a synthetic keystroke must wait for
+    // the focus to be back with the user's application: the first takes the panel aside and
+    // returns once Mendwise has lost the focus (bounded), the second brings the panel back.
+    // Called from a background thread; the delegate may be gone by then.
+    static void stepAsideForKeystroke(const QPointer<AppDelegate>& self);
+    static void comeBackAfterKeystroke(const QPointer<AppDelegate>& self);
+
     // Called with true once the selection is read and with false before the answer is pasted:
     // in between, keys the user types should reach no application.
     using KeyboardHold = std::function<void(bool hold)>;

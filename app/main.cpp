@@ -11,6 +11,7 @@
 #include "platform/freedesktop/XdgAutostartLoginItem.h"
 #include "platform/wayland/PortalGlobalShortcuts.h"
 #include "platform/wayland/UnavailableHotKeys.h"
+#include "platform/wayland/VirtualKeyboard.h"
 #include "platform/wayland/WaylandKeyboardEvents.h"
 #include "platform/wayland/WaylandKeyboardLayout.h"
 #include "platform/wayland/WaylandPasteboard.h"
@@ -93,6 +94,26 @@ bool canConnectToWaylandDisplay(const QString& display) {
 bool desktopGivesShortcuts = true;
 
 // Ports for the session's display server.
+// Keystrokes into other applications through the best channel the session offers (none on
+// some desktops), named once.
+std::shared_ptr<platform::wayland::WaylandKeyboardEvents> makeWaylandKeyboardEvents() {
+    using namespace platform::wayland;
+    std::unique_ptr<KeystrokeChannel> channel;
+    if (auto keyboard = std::make_unique<VirtualKeyboard>();
+        keyboard->state() == KeystrokeChannel::State::ready)
+        channel = std::move(keyboard);
+    if (channel) {
+        support::log(QStringLiteral("[TextSelectionService] ⌨️ Keystrokes through ") +
+                     channel->name());
+    } else {
+        support::log(QStringLiteral(
+            "[TextSelectionService] ⚠️ This desktop lets no program type into another: "
+            "applications that do not share their text over the accessibility bus cannot be "
+            "fixed, and answers stay on the clipboard where they cannot be written back."));
+    }
+    return std::make_shared<WaylandKeyboardEvents>(std::move(channel));
+}
+
 app::Desktop makeDesktop(bool wayland) {
     using namespace platform;
     auto accessibility = std::make_shared<freedesktop::AtspiAccessibility>();
@@ -142,8 +163,7 @@ app::Desktop makeDesktop(bool wayland) {
     }
     app::Desktop desktop{
         accessibility, std::make_shared<wayland::WaylandPasteboard>(),
-        std::make_shared<wayland::WaylandKeyboardEvents>(),
-        std::make_shared<wayland::WaylandWorkspace>(accessibility),
+        makeWaylandKeyboardEvents(), std::make_shared<wayland::WaylandWorkspace>(accessibility),
         std::make_shared<freedesktop::QtScreens>(freedesktop::QtScreens::Pointer::unknown)};
     desktop.replaceThroughAccessibility = true;
     return desktop;
@@ -240,13 +260,22 @@ int main(int argc, char** argv) {
     }
     quitOnTerminationSignals(application);
 
+    app::Desktop desktop = makeDesktop(wayland);
+    const auto waylandKeys =
+        std::dynamic_pointer_cast<platform::wayland::WaylandKeyboardEvents>(desktop.keyboardEvents);
     app::AppDelegate delegate(
-        makeDesktop(wayland), AppSettings::shared(),
+        std::move(desktop), AppSettings::shared(),
         {QApplication::applicationFilePath(), QUrl(QString::fromUtf8(apiEndpoint))});
     running = &delegate;
     QObject::connect(&application, &QCoreApplication::aboutToQuit, &delegate,
                      &app::AppDelegate::applicationWillTerminate);
     delegate.applicationDidFinishLaunching();
+    // Keys typed while the panel has the focus would reach the panel: it steps aside for them.
+    if (waylandKeys) {
+        const QPointer<app::AppDelegate> self(&delegate);
+        waylandKeys->setFocusHandOff({[self] { app::AppDelegate::stepAsideForKeystroke(self); },
+                               [self] { app::AppDelegate::comeBackAfterKeystroke(self); }});
+    }
     if (!desktopGivesShortcuts) {
         Hotkeys::setRegistrationError(
             Hotkeys::triggerMendwise(),

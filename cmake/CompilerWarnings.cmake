@@ -2,7 +2,7 @@
 function(mendwise_set_warnings target)
     target_compile_options(${target} INTERFACE -Wall -Wextra -Wpedantic
                                                $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow-uncaptured-local>
-                                               -Wnon-virtual-dtor -Woverloaded-virtual)
+                                               $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>)
     if(MENDWISE_WERROR)
         target_compile_options(${target} INTERFACE -Werror)
     endif()

@@ -10,7 +10,7 @@ packages=(
     g++ cmake ninja-build pkg-config ccache clang-format clang-tidy
     qt6-base-dev qt6-svg-dev libqt6svg6 libcurl4-openssl-dev ca-certificates
     libx11-dev libxtst-dev libxcb-xkb-dev libxkbcommon-dev libxkbcommon-x11-dev
-    libatspi2.0-dev libicu-dev libgtest-dev libgmock-dev
+    libatspi2.0-dev libicu-dev libgtest-dev libgmock-dev libwayland-dev libwayland-bin
     # run on an X11 desktop
     dbus dbus-x11 at-spi2-core
     # the X11 and end-to-end tests: a virtual screen, a window manager, a tray, test clients
@@ -20,12 +20,13 @@ packages=(
     # the Wayland tests: a headless compositor, its keyboard and clipboard tools, Qt's Wayland
     # platform, and Python's accessibility bindings to select text without modifier keys
     sway wtype wl-clipboard qt6-wayland python3-gi gir1.2-atspi-2.0
+    foot # a Wayland terminal, typed into with its own copy and paste chords
     # the Debian package and its checks
     dpkg-dev fakeroot file desktop-file-utils appstream lintian
     # the Wayland trigger: the portal's interface files, and a stand-in of the portal for tests
     xdg-desktop-portal-dev python3-dbusmock
     # typing into KWin in the test against KDE's portal (its fake-input protocol)
-    plasma-wayland-protocols libwayland-bin libwayland-dev
+    plasma-wayland-protocols
 )
 [ "${1:-}" = --fuzz ] && packages+=(clang libclang-rt-14-dev)
 

@@ -142,6 +142,7 @@ void FloatingPanel::updateShape() {
 }
 
 void FloatingPanel::show(const platform::Rect& frame) {
+    aside_ = false;
     cancelHide();
     fadeIn_->stop();
 
@@ -176,6 +177,7 @@ void FloatingPanel::show(const platform::Rect& frame) {
 }
 
 void FloatingPanel::hide(std::function<void()> completion) {
+    aside_ = false;
     KeyHandler::shared().reset();
     releaseKeyboard();
     pendingCompletions_.push_back(std::move(completion));
@@ -187,6 +189,7 @@ void FloatingPanel::hide(std::function<void()> completion) {
 }
 
 void FloatingPanel::finishHide() {
+    aside_ = false;
     shapeTimer_->stop();
     QWidget::hide();
     setFade(1.0);
@@ -197,6 +200,22 @@ void FloatingPanel::finishHide() {
         if (completion)
             completion();
     }
+}
+
+void FloatingPanel::stepAside() {
+    if (!isVisible() || fadeOut_->state() == QAbstractAnimation::Running)
+        return;
+    aside_ = true;
+    QWidget::hide();
+}
+
+void FloatingPanel::comeBack() {
+    if (!aside_)
+        return;
+    aside_ = false;
+    QWidget::show();
+    raise();
+    activateWindow();
 }
 
 void FloatingPanel::cancelHide() {

@@ -72,6 +72,14 @@ public:
     // Takes the keyboard again, for as long as the panel stays on screen.
     void holdKeyboard();
 
+    // Where the panel holds the keyboard focus (Wayland), a keystroke for the user's
+    // application needs it back there: stepAside takes the panel off screen at once, without a
+    // fade and without ending it; comeBack puts it back where it was, unless it was hidden or
+    // shown anew meanwhile. Whether it is aside now:
+    void stepAside();
+    void comeBack();
+    [[nodiscard]] bool isAside() const { return aside_; }
+
 Q_SIGNALS:
     // While the panel holds the keyboard, the user clicked outside it, or the window manager
     // activated another window: the user has moved on, and the content should go away.
@@ -101,6 +109,7 @@ private:
     QTimer* grabRetry_;
     QTimer* shapeTimer_;
     bool composited_ = true;
+    bool aside_ = false;
     int grabAttempts_ = 0;
     bool keyboardGrabbed_ = false;
     qreal fade_ = 1.0;
