@@ -329,13 +329,12 @@ void AppDelegate::stepAsideForKeystroke(const QPointer<AppDelegate>& self) {
     // The trigger's modifiers may still be down; where the desktop merges keyboards they would
     // join the chord. Only a focused window learns the modifiers, so this asks before going.
     const auto modifiersHeld = [] {
-        constexpr auto held = Qt::ControlModifier | Qt::ShiftModifier | Qt::AltModifier |
-                              Qt::MetaModifier;
+        constexpr auto held =
+            Qt::ControlModifier | Qt::ShiftModifier | Qt::AltModifier | Qt::MetaModifier;
         return (QGuiApplication::queryKeyboardModifiers() & held) != 0;
     };
     for (const auto deadline = Clock::now() + std::chrono::milliseconds(250);
-         Clock::now() < deadline &&
-         callOnGuiThread<bool>(modifiersHeld, guiWait).value_or(false);)
+         Clock::now() < deadline && callOnGuiThread<bool>(modifiersHeld, guiWait).value_or(false);)
         std::this_thread::sleep_for(poll);
 
     const auto aside = callOnGuiThread<bool>(

@@ -162,8 +162,8 @@ app::Desktop makeDesktop(bool wayland) {
                                     "package)."));
     }
     app::Desktop desktop{
-        accessibility, std::make_shared<wayland::WaylandPasteboard>(),
-        makeWaylandKeyboardEvents(), std::make_shared<wayland::WaylandWorkspace>(accessibility),
+        accessibility, std::make_shared<wayland::WaylandPasteboard>(), makeWaylandKeyboardEvents(),
+        std::make_shared<wayland::WaylandWorkspace>(accessibility),
         std::make_shared<freedesktop::QtScreens>(freedesktop::QtScreens::Pointer::unknown)};
     desktop.replaceThroughAccessibility = true;
     return desktop;
@@ -274,7 +274,7 @@ int main(int argc, char** argv) {
     if (waylandKeys) {
         const QPointer<app::AppDelegate> self(&delegate);
         waylandKeys->setFocusHandOff({[self] { app::AppDelegate::stepAsideForKeystroke(self); },
-                               [self] { app::AppDelegate::comeBackAfterKeystroke(self); }});
+                                      [self] { app::AppDelegate::comeBackAfterKeystroke(self); }});
     }
     if (!desktopGivesShortcuts) {
         Hotkeys::setRegistrationError(

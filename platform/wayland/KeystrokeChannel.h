@@ -15,10 +15,10 @@ namespace platform::wayland {
 class KeystrokeChannel {
 public:
     enum class State {
-        ready,             // keys can be typed
-        needsPermission,   // the desktop will ask the user first (or is asking)
-        refused,           // the user or the desktop said no; nothing will be typed
-        unavailable,       // the channel broke (the compositor or portal went away)
+        ready,           // keys can be typed
+        needsPermission, // the desktop will ask the user first (or is asking)
+        refused,         // the user or the desktop said no; nothing will be typed
+        unavailable,     // the channel broke (the compositor or portal went away)
     };
 
     virtual ~KeystrokeChannel() = default;

@@ -1,6 +1,7 @@
 #include "platform/wayland/VirtualKeyboard.h"
 
 #include "platform/wayland/XkbKeymap.h"
+#include "virtual-keyboard-unstable-v1-client-protocol.h"
 
 #include <chrono>
 #include <mutex>
@@ -8,8 +9,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 #include <wayland-client.h>
-
-#include "virtual-keyboard-unstable-v1-client-protocol.h"
+#include <xkbcommon/xkbcommon-keysyms.h>
 
 namespace platform::wayland {
 
@@ -24,8 +24,8 @@ int sealedFile(const QByteArray& data) {
         return -1;
     qsizetype written = 0;
     while (written < data.size()) {
-        const ssize_t n = write(fd, data.constData() + written,
-                                static_cast<size_t>(data.size() - written));
+        const ssize_t n =
+            write(fd, data.constData() + written, static_cast<size_t>(data.size() - written));
         if (n <= 0) {
             close(fd);
             return -1;
@@ -86,8 +86,8 @@ struct VirtualKeyboard::Impl {
         }
     }
 
-    static void global(void* data, wl_registry* registry, std::uint32_t name,
-                       const char* interface, std::uint32_t /*version*/) {
+    static void global(void* data, wl_registry* registry, std::uint32_t name, const char* interface,
+                       std::uint32_t /*version*/) {
         auto* self = static_cast<Impl*>(data);
         const std::string_view iface(interface);
         if (iface == wl_seat_interface.name && !self->seat) {
@@ -106,8 +106,8 @@ struct VirtualKeyboard::Impl {
         if (format == keymapFormatXkbV1 && size > 0) {
             void* map = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
             if (map != MAP_FAILED) {
-                self->sessionKeymap = QByteArray(static_cast<const char*>(map),
-                                                 static_cast<qsizetype>(size));
+                self->sessionKeymap =
+                    QByteArray(static_cast<const char*>(map), static_cast<qsizetype>(size));
                 munmap(map, size);
             }
         }
@@ -132,17 +132,19 @@ struct VirtualKeyboard::Impl {
             return;
         if (keymapOverride.isEmpty()) {
             // The session's keymap comes with the seat's keyboard (when it has one yet).
-            static const wl_keyboard_listener keyboardListener{
-                &Impl::keymap, &Impl::enter,     &Impl::leave,
-                &Impl::key,    &Impl::modifiers, &Impl::repeatInfo};
+            static const wl_keyboard_listener keyboardListener{&Impl::keymap,    &Impl::enter,
+                                                               &Impl::leave,     &Impl::key,
+                                                               &Impl::modifiers, &Impl::repeatInfo};
             keyboard = wl_seat_get_keyboard(seat);
             wl_keyboard_add_listener(keyboard, &keyboardListener, this);
             wl_display_roundtrip(display);
         }
         const QByteArray wanted = keymapOverride.isEmpty() ? sessionKeymap : keymapOverride;
         xkb = wanted.isEmpty() ? nullptr : XkbKeymap::fromText(wanted);
-        if (!xkb)
-            xkb = XkbKeymap::fromNames();
+        // A layout without Latin letters in any group (Russian alone) could not type Ctrl+C;
+        // applications read this keyboard's keys with its own keymap, so it may differ.
+        if (!xkb || (keymapOverride.isEmpty() && !xkb->locate(XKB_KEY_c)))
+            xkb = XkbKeymap::fromNames("us");
         if (!xkb)
             return;
         keymapText = xkb->text();

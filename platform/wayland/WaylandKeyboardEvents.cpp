@@ -10,7 +10,6 @@
 #include <optional>
 #include <thread>
 #include <vector>
-
 #include <xkbcommon/xkbcommon-keysyms.h>
 
 namespace platform::wayland {

@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <functional>
-
 #include <xkbcommon/xkbcommon.h>
 
 namespace platform::wayland {
@@ -46,8 +45,8 @@ struct XkbKeymap::Impl {
 
 std::unique_ptr<XkbKeymap> XkbKeymap::fromText(const QByteArray& text) {
     auto impl = Impl::make([&text](xkb_context* context) {
-        return xkb_keymap_new_from_buffer(context, text.constData(), qstrnlen(text.constData(),
-                                                                             text.size()),
+        return xkb_keymap_new_from_buffer(context, text.constData(),
+                                          qstrnlen(text.constData(), text.size()),
                                           XKB_KEYMAP_FORMAT_TEXT_V1, XKB_KEYMAP_COMPILE_NO_FLAGS);
     });
     return impl ? std::unique_ptr<XkbKeymap>(new XkbKeymap(std::move(impl))) : nullptr;

@@ -2,10 +2,12 @@
 # The whole road on a native Wayland desktop (headless sway, no XWayland): the real program
 # (built against a fake Messages API on loopback), a GTK 3 editor and a Qt 6 editor holding a
 # sentence with typos. The trigger is sway's own binding of `mendwise --trigger`, fired with
-# wtype; the selection is read and replaced through the accessibility bus.
-# Runs inside tests/wayland/wayland-session.sh. Usage: wayland.sh APP FAKE_API QT_APP PORT
+# wtype; the selection is read and replaced through the accessibility bus, and where an
+# application shares no text, through keystrokes Mendwise types with its virtual keyboard.
+# Runs inside tests/wayland/wayland-session.sh. Usage: wayland.sh APP FAKE_API QT_APP PORT KEYS
+# (KEYS: tests/wayland/type-keys, which types chords such as ctrl+a).
 set -uo pipefail
-app=$1 fake=$2 qtapp=$3 port=$4
+app=$1 fake=$2 qtapp=$3 port=$4 keys=$5
 here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d "${TMPDIR:-/tmp}/mendwise-e2e.XXXXXX")
 # shellcheck source=tests/e2e/desktop-steps.sh
@@ -82,6 +84,47 @@ wtype -k Return
 wait_for 10 grep -qx 'text:Corrected.%20More%20text' "$work/qt.log"
 check "the Qt editor holds the answer" grep -qx 'text:Corrected.%20More%20text' "$work/qt.log"
 check "the request carried the Qt selection" grep -qF '"content\":\"Corectted.\"' "$work/requests.jsonl"
+
+# 4. A GTK editor without its accessibility bridge: Mendwise types Ctrl+C and Ctrl+V, as the
+#    keys of a Latin layout although the session's keyboard types Russian first.
+pastes_more_than() { test "$(log_count '[TextSelectionService] ✅ pasteText END')" -gt "$1"; }
+pkill -x mousepad # one instance serves every window: the next must start afresh
+start_fake --answer "I have a spelling error."
+printf '%s' 'I has a speling eror.' >"$work/plain.txt"
+NO_AT_BRIDGE=1 mousepad "$work/plain.txt" >"$work/mousepad-plain.log" 2>&1 &
+pids+=($!)
+wait_for 20 focused_is mousepad || { echo "mousepad without accessibility did not come up"; exit 1; }
+"$keys" ctrl+a
+pastes=$(log_count '[TextSelectionService] ✅ pasteText END')
+trigger
+wtype -k Return
+wait_for 10 pastes_more_than "$pastes"
+check "a keystroke copied the selection" log_has '✅ copySelectedText SUCCESS — 21 chars'
+check "a keystroke pasted the answer" log_has '🛣 Paste road: keystroke'
+wait_for 10 panel_hidden
+wait_for 5 focused_is mousepad
+"$keys" ctrl+s
+wait_for 5 grep -qx 'I have a spelling error.' "$work/plain.txt"
+check "the editor without accessibility holds the answer" grep -qx 'I have a spelling error.' "$work/plain.txt"
+
+# 5. A terminal takes its own chords: Ctrl+Shift+C and Ctrl+Shift+V (a bare Ctrl+C would end
+#    the program in it).
+start_fake --answer "The cat sat."
+foot sh -c 'printf "Teh cat sat.\n"; exec cat >"$0"' "$work/foot.txt" >"$work/foot.log" 2>&1 &
+pids+=($!)
+wait_for 20 focused_is foot || { echo "foot did not come up"; exit 1; }
+# foot's search selects what it finds, as a drag of the pointer would.
+"$keys" ctrl+shift+r shift+t e h space c a t space s a t period Return
+pastes=$(log_count '[TextSelectionService] ✅ pasteText END')
+trigger
+wtype -k Return
+wait_for 10 pastes_more_than "$pastes"
+check "the terminal's selection was copied" log_has '✅ copySelectedText SUCCESS — 12 chars'
+wait_for 10 panel_hidden
+wait_for 5 focused_is foot
+"$keys" Return ctrl+d
+wait_for 5 grep -qx 'The cat sat.' "$work/foot.txt"
+check "the terminal received the answer" grep -qx 'The cat sat.' "$work/foot.txt"
 
 kill -TERM "$app_pid"
 wait_for 10 sh -c "! kill -0 $app_pid 2>/dev/null"

@@ -1,9 +1,11 @@
 #include "platform/VirtualKeys.h"
 
 #include "hotkeys/Shortcut.h"
+#include "platform/wayland/XkbKeymap.h"
 
 #include <gtest/gtest.h>
 #include <set>
+#include <xkbcommon/xkbcommon-keysyms.h>
 
 using namespace platform;
 
@@ -75,4 +77,33 @@ TEST(VirtualKeys, ModifierRolesFollowQt) {
     EXPECT_EQ(
         qtModifiersFromEventFlags(eventflags::command | eventflags::option | eventflags::function),
         Qt::ControlModifier | Qt::AltModifier);
+}
+
+// A keystroke asks for the key that types a symbol in the layout in force.
+TEST(XkbKeymap, FindsTheKeyThatTypesASymbol) {
+    struct Case {
+        const char* layout;
+        const char* variant;
+        std::uint32_t keysym;
+        std::optional<wayland::KeyPlace> place;
+    };
+    const Case cases[] = {
+        {"us", nullptr, XKB_KEY_c, wayland::KeyPlace{46, 0, false}},    // KEY_C
+        {"us", "dvorak", XKB_KEY_c, wayland::KeyPlace{23, 0, false}},   // where QWERTY has i
+        {"ru,us", nullptr, XKB_KEY_c, wayland::KeyPlace{46, 1, false}}, // the Latin group
+        {"us", nullptr, XKB_KEY_C, wayland::KeyPlace{46, 0, true}},     // with Shift
+        {"us", nullptr, XKB_KEY_Control_L, wayland::KeyPlace{29, 0, false}},
+        {"ru", nullptr, XKB_KEY_c, std::nullopt},
+    };
+    for (const Case& c : cases) {
+        const auto keymap = wayland::XkbKeymap::fromNames(c.layout, c.variant);
+        ASSERT_TRUE(keymap) << c.layout;
+        const auto place = keymap->locate(c.keysym);
+        ASSERT_EQ(place.has_value(), c.place.has_value()) << c.layout << " " << c.keysym;
+        if (!place)
+            continue;
+        EXPECT_EQ(place->evdevCode, c.place->evdevCode) << c.layout << " " << c.keysym;
+        EXPECT_EQ(place->layout, c.place->layout) << c.layout << " " << c.keysym;
+        EXPECT_EQ(place->shifted, c.place->shifted) << c.layout << " " << c.keysym;
+    }
 }

@@ -5,7 +5,8 @@
 # Usage: wayland-session.sh COMMAND [ARGS...]   (the command's exit status is returned)
 # The command gets WAYLAND_DISPLAY and SWAYSOCK. MENDWISE_SWAY_CONFIG holds extra lines for
 # the sway configuration, e.g. "bindsym Ctrl+Shift+j exec mendwise --trigger";
-# MENDWISE_SESSION_SERVICES names more D-Bus services the session bus may start. HOME, TMPDIR
+# MENDWISE_SESSION_SERVICES names more D-Bus services the session bus may start;
+# MENDWISE_SESSION_KEYBOARD a command that holds the session's keyboard (see below). HOME, TMPDIR
 # and the XDG directories are fresh and deleted afterwards; MENDWISE_SESSION_OUTPUT names a
 # directory for files the caller wants back (made writable for the session's user).
 # As root the session runs as MENDWISE_TEST_USER (default mendwise-test, created when missing);
@@ -164,8 +165,9 @@ unset WLR_BACKENDS WLR_LIBINPUT_NO_DEVICES WLR_RENDERER
 
 # A keyboard for the whole session: with no keyboard on the seat, sway gives no window the
 # keyboard focus, so no toolkit reports an active window or a focused object. wtype's virtual
-# keyboard stays while it sleeps (27 hours; the session ends it).
-wtype -s 100000000 >/dev/null 2>&1 &
+# keyboard stays while it sleeps (27 hours; the session ends it). MENDWISE_SESSION_KEYBOARD
+# names another command that holds one (a keyboard with a chosen layout).
+${MENDWISE_SESSION_KEYBOARD:-wtype -s 100000000} >/dev/null 2>&1 &
 pids+=($!)
 until swaymsg -t get_seats 2>/dev/null | grep -q '"type": "keyboard"'; do
     [ $((SECONDS - started)) -lt 20 ] || fail "the session keyboard did not appear"
