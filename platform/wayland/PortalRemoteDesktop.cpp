@@ -247,8 +247,13 @@ struct PortalRemoteDesktop::Impl {
         request(QStringLiteral("CreateSession"), {},
                 {{QStringLiteral("session_handle_token"), sessionToken}},
                 [this, sessionToken](const Outcome& outcome) {
+                    // Nobody was asked yet: the desktop cannot give this program a session at
+                    // all (KDE's portal without its screen-cast protocol says so), and asking
+                    // the user again would not help.
                     if (!granted(outcome)) {
-                        fail(outcome);
+                        settle(outcome.errorName.isEmpty() || meansNoPortal(outcome.errorName)
+                                   ? State::unavailable
+                                   : State::refused);
                         return;
                     }
                     QString path =
