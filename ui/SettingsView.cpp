@@ -215,6 +215,17 @@ GeneralSettingsTab::GeneralSettingsTab(AppSettings& settings,
     accessibilityNotice_ = hint(colors::secondaryText());
     permission->addRow()->addWidget(accessibilityNotice_);
 
+    QHBoxLayout* keystrokes = permission->addRow();
+    keystrokeProblem_ = hint(colors::red());
+    allowKeystrokes_ = new QPushButton(QStringLiteral("Allow…"));
+    allowKeystrokes_->hide();
+    keystrokes->addWidget(keystrokeProblem_, 1);
+    keystrokes->addWidget(allowKeystrokes_, 0, Qt::AlignVCenter);
+    connect(allowKeystrokes_, &QPushButton::clicked, this, [this] {
+        if (retryKeystrokes_)
+            retryKeystrokes_();
+    });
+
     QHBoxLayout* actions = permission->addRow();
     auto* openSettings = new QPushButton(QStringLiteral("Open System Settings"));
     auto* restart = new QPushButton(QStringLiteral("Restart App"));
@@ -280,6 +291,17 @@ QString GeneralSettingsTab::accessibilityNotice() const {
 void GeneralSettingsTab::setAccessibilityNotice(const QString& notice) {
     accessibilityNotice_->setText(notice);
     accessibilityNotice_->setVisible(!notice.isEmpty());
+}
+
+void GeneralSettingsTab::setKeystrokeProblem(const QString& text, std::function<void()> retry) {
+    retryKeystrokes_ = std::move(retry);
+    keystrokeProblem_->setText(text);
+    keystrokeProblem_->setVisible(!text.isEmpty());
+    allowKeystrokes_->setVisible(!text.isEmpty() && retryKeystrokes_);
+}
+
+QString GeneralSettingsTab::keystrokeProblem() const {
+    return keystrokeProblem_->text();
 }
 
 void GeneralSettingsTab::refreshPermission() {

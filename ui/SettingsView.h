@@ -60,6 +60,10 @@ public:
     // it; empty hides it.
     void setAccessibilityNotice(const QString& notice);
     [[nodiscard]] QString accessibilityNotice() const;
+    // A line under the accessibility row while Mendwise may not type into other applications,
+    // with an "Allow…" button that runs `retry`; empty text hides both.
+    void setKeystrokeProblem(const QString& text, std::function<void()> retry);
+    [[nodiscard]] QString keystrokeProblem() const;
     // What the row of the trigger shortcut says about it: empty while the desktop holds it.
     [[nodiscard]] QString shortcutProblem() const;
     [[nodiscard]] Hotkeys::Recorder* recorder() const { return recorder_; }
@@ -84,6 +88,9 @@ private:
     QLabel* shortcutProblem_ = nullptr;
     support::Observation shortcutObserver_;
     QLabel* accessibilityNotice_ = nullptr;
+    QLabel* keystrokeProblem_ = nullptr;
+    QPushButton* allowKeystrokes_ = nullptr;
+    std::function<void()> retryKeystrokes_;
     SettingsIcon* permissionIcon_;
     QWidget* permissionDot_;
     QLabel* permissionText_;

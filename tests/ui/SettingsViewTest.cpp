@@ -282,3 +282,19 @@ TEST_F(SettingsViewTest, WithoutAccessibilitySettingsTheUserGetsAHint) {
     EXPECT_EQ(openSettingsCalls, 1);
     EXPECT_EQ(shownText, QStringLiteral("No accessibility settings were found on this desktop."));
 }
+
+TEST_F(SettingsViewTest, TheKeystrokeProblemShowsWithItsAllowButtonUntilCleared) {
+    ui::GeneralSettingsTab& general = *view->generalTab();
+    QPushButton* allow = buttonTitled(QStringLiteral("Allow…"));
+    ASSERT_NE(allow, nullptr);
+    EXPECT_FALSE(allow->isVisible());
+    int retries = 0;
+    general.setKeystrokeProblem(QStringLiteral("Mendwise may not type"), [&retries] { ++retries; });
+    EXPECT_TRUE(labelTexts(&general).contains(QStringLiteral("Mendwise may not type")));
+    ASSERT_TRUE(allow->isVisible());
+    QTest::mouseClick(allow, Qt::LeftButton);
+    EXPECT_EQ(retries, 1);
+    general.setKeystrokeProblem({}, {});
+    EXPECT_FALSE(allow->isVisible());
+    EXPECT_TRUE(general.keystrokeProblem().isEmpty());
+}

@@ -1,0 +1,155 @@
+// Keystrokes through a stand-in of the RemoteDesktop portal (python3-dbusmock) on a private
+// session bus: what reaches the portal, what is remembered across starts, what a refusal leaves.
+#include "platform/wayland/PortalRemoteDesktop.h"
+
+#include "tests/common/ChildProcess.h"
+#include "tests/common/TestUtil.h"
+
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QElapsedTimer>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <thread>
+
+using platform::wayland::PortalRemoteDesktop;
+using State = platform::wayland::KeystrokeChannel::State;
+
+namespace {
+
+const QString portalName = QStringLiteral("org.freedesktop.portal.Desktop");
+constexpr std::uint32_t keyLeftCtrl = 29;
+constexpr std::uint32_t keyC = 46;
+
+bool portalOnBus(bool expected) {
+    return testutil::waitUntil([expected] {
+        return QDBusConnection::sessionBus().interface()->isServiceRegistered(portalName) ==
+               expected;
+    });
+}
+
+// prepare() from a background thread, as the fixing code calls it, while this (GUI) thread
+// runs the event loop that does the portal's work.
+State prepareOffThread(PortalRemoteDesktop& channel, int timeoutMs) {
+    std::atomic<bool> done = false;
+    State state = State::needsPermission;
+    std::thread worker([&] {
+        state = channel.prepare(timeoutMs);
+        done = true;
+    });
+    testutil::waitUntil([&done] { return done.load(); }, std::chrono::seconds(10));
+    worker.join();
+    return state;
+}
+
+class RemoteDesktopTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(portal_.started());
+        ASSERT_TRUE(portalOnBus(true)) << "the portal stand-in did not start";
+    }
+    void TearDown() override {
+        portal_.finish({}, std::chrono::milliseconds(1));
+        portalOnBus(false);
+    }
+
+    std::unique_ptr<PortalRemoteDesktop> channel() {
+        return std::make_unique<PortalRemoteDesktop>([this] { return token_; },
+                                                     [this](const QString& t) { token_ = t; });
+    }
+
+    static QDBusMessage mock(const QString& method, const QVariantList& arguments = {}) {
+        QDBusMessage call = QDBusMessage::createMethodCall(
+            portalName, QStringLiteral("/org/freedesktop/portal/desktop"),
+            QStringLiteral("org.freedesktop.DBus.Mock"), method);
+        call.setArguments(arguments);
+        QDBusMessage reply = QDBusConnection::sessionBus().call(call);
+        EXPECT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
+        return reply;
+    }
+
+    // The (key code, state) pairs the portal received, in order.
+    static std::vector<std::pair<int, uint>> keys() {
+        const auto list = mock(QStringLiteral("Keys")).arguments().value(0).value<QDBusArgument>();
+        std::vector<std::pair<int, uint>> pairs;
+        list.beginArray();
+        while (!list.atEnd()) {
+            std::pair<int, uint> key;
+            list.beginStructure();
+            list >> key.first >> key.second;
+            list.endStructure();
+            pairs.push_back(key);
+        }
+        list.endArray();
+        return pairs;
+    }
+
+    testutil::ChildProcess portal_{QStringLiteral("/usr/bin/python3"),
+                                   {QStringLiteral("-m"), QStringLiteral("dbusmock"),
+                                    QStringLiteral("-l"), QStringLiteral("/dev/null"),
+                                    QStringLiteral("--template"),
+                                    QStringLiteral(MENDWISE_REMOTE_DESKTOP_TEMPLATE)}};
+    QString token_;
+};
+
+TEST_F(RemoteDesktopTest, GrantedSessionTypesKeysAndIsRestoredAtTheNextStart) {
+    QElapsedTimer probe;
+    probe.start();
+    EXPECT_TRUE(PortalRemoteDesktop::available());
+    std::printf("available() answered in %lld ms\n", static_cast<long long>(probe.elapsed()));
+
+    auto keyboard = channel();
+    std::vector<State> seen;
+    keyboard->setStateObserver([&seen](State state) { seen.push_back(state); });
+    EXPECT_FALSE(keyboard->sendKey(keyC, true)) << "typed before the session was granted";
+    EXPECT_EQ(prepareOffThread(*keyboard, 5000), State::ready);
+    for (const auto& [code, down] : {std::pair{keyLeftCtrl, true}, std::pair{keyC, true},
+                                     std::pair{keyC, false}, std::pair{keyLeftCtrl, false}})
+        EXPECT_TRUE(keyboard->sendKey(code, down));
+    EXPECT_EQ(keys(), (std::vector<std::pair<int, uint>>{{29, 1}, {46, 1}, {46, 0}, {29, 0}}));
+    EXPECT_EQ(token_, QStringLiteral("restore-1"));
+
+    // The desktop ends the session; the next start hands over the token and gets a new one.
+    mock(QStringLiteral("CloseSessions"));
+    ASSERT_TRUE(testutil::waitUntil([&] { return keyboard->state() == State::unavailable; }));
+    EXPECT_FALSE(keyboard->sendKey(keyC, true));
+    keyboard->start();
+    ASSERT_TRUE(testutil::waitUntil([&] { return keyboard->state() == State::ready; }));
+    EXPECT_EQ(qdbus_cast<QStringList>(mock(QStringLiteral("RestoreTokens")).arguments().value(0)),
+              QStringList({QString(), QStringLiteral("restore-1")}));
+    EXPECT_EQ(token_, QStringLiteral("restore-2"));
+    EXPECT_EQ(seen, (std::vector{State::ready, State::unavailable, State::ready}));
+}
+
+TEST_F(RemoteDesktopTest, RefusalsTypeNothingAndAreNotAskedAgainUnprompted) {
+    const struct {
+        uint response;
+        uint devices; // what Start grants
+    } cases[] = {{1, 1}, {2, 1}, {0, 2 /* the pointer alone */}};
+    for (const auto& c : cases) {
+        mock(QStringLiteral("SetStart"), {c.response, c.devices});
+        auto keyboard = channel();
+        keyboard->start();
+        ASSERT_TRUE(
+            testutil::waitUntil([&] { return keyboard->state() != State::needsPermission; }));
+        EXPECT_EQ(keyboard->state(), State::refused) << c.response << ' ' << c.devices;
+        EXPECT_EQ(keyboard->prepare(1000), State::refused);
+        EXPECT_FALSE(keyboard->sendKey(keyC, true));
+    }
+    EXPECT_TRUE(keys().empty());
+    EXPECT_TRUE(token_.isEmpty());
+}
+
+TEST(RemoteDesktopAbsentTest, AnswersQuicklyThatNothingCanBeTyped) {
+    ASSERT_TRUE(portalOnBus(false));
+    QElapsedTimer probe;
+    probe.start();
+    EXPECT_FALSE(PortalRemoteDesktop::available());
+    EXPECT_LT(probe.elapsed(), 300);
+    PortalRemoteDesktop keyboard({}, {});
+    EXPECT_EQ(prepareOffThread(keyboard, 5000), State::unavailable);
+}
+
+} // namespace
