@@ -68,13 +68,7 @@ TEST_F(KeyboardEventsTest, CommandFlagsBecomeTheLinuxModifiers) {
 TEST_F(KeyboardEventsTest, CopyAndPasteWorkInMousepad) {
     auto mousepad = x11test::startMousepad(sampleText);
     ASSERT_NE(mousepad, nullptr);
-    QStringList keys{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("10"),
-                     QStringLiteral("ctrl+Home")};
-    for (int i = 0; i < 4; ++i)
-        keys << QStringLiteral("Right");
-    for (int i = 0; i < 11; ++i)
-        keys << QStringLiteral("shift+Right");
-    x11test::xdotool(keys);
+    x11test::selectWithKeys(4, 11);
     const auto pid = static_cast<std::int32_t>(mousepad->pid());
 
     pasteboard.clearContents();
@@ -91,12 +85,8 @@ TEST_F(KeyboardEventsTest, CopyAndPasteWorkInMousepad) {
     freedesktop::AtspiAccessibility accessibility;
     ASSERT_TRUE(accessibility.setAccessibilityEnabled(true));
     EXPECT_TRUE(testutil::waitUntil([&] {
-        const auto app = accessibility.createApplication(pid);
-        const auto focused = accessibility.copyAttributeValue(app, axattr::focusedUIElement);
-        const auto value = focused.error == ax::success
-                               ? accessibility.copyAttributeValue(focused.value, "AXValue")
-                               : AXResult{};
-        return axString(value.value) == QStringLiteral("The slow red fox jumps over the lazy dog");
+        return x11test::focusedText(accessibility, pid) ==
+               QStringLiteral("The slow red fox jumps over the lazy dog");
     }));
 }
 
