@@ -334,16 +334,3 @@ TEST_F(RecorderTest, TheWindowOpeningOrBecomingActiveDoesNotStartRecording) {
     ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
     EXPECT_FALSE(only->field()->isRecording());
 }
-
-TEST_F(RecorderTest, WhileRecordingShortcutActionsDoNotRun) {
-    Hotkeys::setShortcut(commandShiftJ, name);
-    int runs = 0;
-    Hotkeys::onKeyUp(name, [&] { ++runs; });
-    hotKeys->press(38, 0x300);
-    hotKeys->release(38, 0x300);
-    EXPECT_EQ(runs, 1);
-    startRecording();
-    hotKeys->press(38, 0x300);
-    hotKeys->release(38, 0x300);
-    EXPECT_EQ(runs, 1);
-}
