@@ -36,7 +36,3 @@ QString ClaudeModel::rawValue() const {
 QString ClaudeModel::displayName() const {
     return entries[value_].displayName.toString();
 }
-
-size_t qHash(ClaudeModel model, size_t seed) noexcept {
-    return qHash(entries[model.value()].rawValue, seed);
-}

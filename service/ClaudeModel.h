@@ -1,12 +1,10 @@
 #pragma once
 
-#include <QHashFunctions>
 #include <QMetaType>
 #include <QString>
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <optional>
 
 // The models the user can choose from. A value type: `ClaudeModel model = ClaudeModel::sonnet;`,
@@ -33,13 +31,6 @@ public:
 
 private:
     Value value_ = haiku;
-};
-
-// Hashing follows the raw value, like equality.
-size_t qHash(ClaudeModel model, size_t seed = 0) noexcept;
-
-template <> struct std::hash<ClaudeModel> {
-    size_t operator()(ClaudeModel model) const noexcept { return qHash(model); }
 };
 
 Q_DECLARE_METATYPE(ClaudeModel)

@@ -123,28 +123,27 @@ protected:
     std::unique_ptr<app::AppDelegate> delegate;
 };
 
-TEST_F(AppDelegateTest, LaunchSequenceAndTrustCheck) {
-    launch();
-    EXPECT_TRUE(log.contains(QStringLiteral("[AppDelegate] ✅ Accessibility granted")));
-    EXPECT_EQ(desktop->trustPromptCount(), 0);
-    ASSERT_NE(delegate->floatingPanel(), nullptr);
-    EXPECT_FALSE(delegate->floatingPanel()->isVisible());
-    ASSERT_NE(delegate->popover(), nullptr);
-    EXPECT_TRUE(hotKeys->isRegistered(keyJ, commandShift));
-    EXPECT_LT(
-        log.indexOf(QStringLiteral("[AppDelegate] ✅ Accessibility granted")),
-        log.indexOf(QStringLiteral("[HotkeyManager] Registered shortcut using Hotkeys library")));
-    EXPECT_EQ(delegate->settingsWindow(), nullptr); // created on first request only
-}
-
-TEST_F(AppDelegateTest, UntrustedLaunchAsksOnceAndCarriesOn) {
-    desktop->setTrusted(false);
-    launch();
-    EXPECT_TRUE(log.contains(
-        QStringLiteral("[AppDelegate] ⚠️ Requesting Accessibility permission…")));
-    EXPECT_FALSE(log.contains(QStringLiteral("[AppDelegate] ✅ Accessibility granted")));
-    EXPECT_EQ(desktop->trustPromptCount(), 1);
-    EXPECT_TRUE(hotKeys->isRegistered(keyJ, commandShift));
+TEST_F(AppDelegateTest, LaunchChecksTrustAsksOnceIfNeededAndBindsTheTrigger) {
+    const QString granted = QStringLiteral("[AppDelegate] ✅ Accessibility granted");
+    const QString asking =
+        QStringLiteral("[AppDelegate] ⚠️ Requesting Accessibility permission…");
+    for (const bool trusted : {true, false}) {
+        SCOPED_TRACE(trusted);
+        log.clear();
+        desktop->setTrusted(trusted);
+        launch();
+        EXPECT_EQ(log.contains(granted), trusted);
+        EXPECT_EQ(log.contains(asking), !trusted);
+        EXPECT_EQ(desktop->trustPromptCount(), trusted ? 0 : 1);
+        ASSERT_NE(delegate->floatingPanel(), nullptr);
+        EXPECT_FALSE(delegate->floatingPanel()->isVisible());
+        EXPECT_NE(delegate->popover(), nullptr);
+        EXPECT_TRUE(hotKeys->isRegistered(keyJ, commandShift));
+        EXPECT_LT(log.indexOf(trusted ? granted : asking),
+                  log.indexOf(
+                      QStringLiteral("[HotkeyManager] Registered shortcut using Hotkeys library")));
+        EXPECT_EQ(delegate->settingsWindow(), nullptr); // created on first request only
+    }
 }
 
 TEST_F(AppDelegateTest, APromptThatSwitchesAccessibilityOnIsToldInTheSettings) {
@@ -161,23 +160,38 @@ TEST_F(AppDelegateTest, APromptThatSwitchesAccessibilityOnIsToldInTheSettings) {
     }
 }
 
-TEST_F(AppDelegateTest, LinuxInstallPlacesAndBuildTreesAreNeverWarned) {
+// Only a program run from a transient place (a download, a mounted image) is told to move, and
+// never one installed or in a build tree.
+TEST_F(AppDelegateTest, InstallLocationWarnsOnlyForTransientPlaces) {
     QTemporaryDir buildTree;
     QFile cache(buildTree.filePath(QStringLiteral("CMakeCache.txt")));
     ASSERT_TRUE(cache.open(QIODevice::WriteOnly));
     ASSERT_TRUE(QDir(buildTree.path()).mkpath(QStringLiteral("Downloads/app")));
     const QString home = QStringLiteral("/home/me");
-    const std::pair<QString, bool> cases[] = {
-        {QStringLiteral("/usr/bin/mendwise"), true},
-        {QStringLiteral("/usr/local/bin/mendwise"), true},
-        {QStringLiteral("/opt/mendwise/bin/mendwise"), true},
-        {QStringLiteral("/home/me/.local/bin/mendwise"), true},
-        {buildTree.filePath(QStringLiteral("Downloads/app/mendwise")), true},
-        {QStringLiteral("/home/me/Downloads/mendwise/mendwise"), false},
-        {QStringLiteral("/home/me/.localized/mendwise"), false},
+    const struct {
+        QString path;
+        bool exempt;
+        bool transient;
+    } cases[] = {
+        {QStringLiteral("/usr/bin/mendwise"), true, false},
+        {QStringLiteral("/usr/local/bin/mendwise"), true, false},
+        {QStringLiteral("/opt/mendwise/bin/mendwise"), true, false},
+        {QStringLiteral("/home/me/.local/bin/mendwise"), true, false},
+        {buildTree.filePath(QStringLiteral("Downloads/app/mendwise")), true, true},
+        {QStringLiteral("/home/me/Downloads/mendwise/mendwise"), false, true},
+        {QStringLiteral("/home/me/.localized/mendwise"), false, false},
+        {QStringLiteral("/Applications/Mendwise.app"), false, false},
+        {QStringLiteral("/Users/me/Applications/Mendwise.app"), false, false},
+        {QStringLiteral("/Volumes/Mendwise/Mendwise.app"), false, true},
+        {QStringLiteral("/private/var/folders/xy/T/AppTranslocation/d/Mendwise.app"), false, true},
+        {QStringLiteral("/ApplicationsOld/Downloads/Mendwise.app"), false, false},
     };
-    for (const auto& [path, exempt] : cases)
-        EXPECT_EQ(app::AppDelegate::isInstalledOrBuilt(path, home), exempt) << path.toStdString();
+    for (const auto& c : cases) {
+        EXPECT_EQ(app::AppDelegate::isInstalledOrBuilt(c.path, home), c.exempt)
+            << c.path.toStdString();
+        EXPECT_EQ(app::AppDelegate::shouldWarnAboutInstallLocation(c.path), c.transient)
+            << c.path.toStdString();
+    }
 }
 
 TEST_F(AppDelegateTest, TheTrayIconFollowsItsSwitchAndAutoFixRunsAtTheTrigger) {
@@ -195,27 +209,6 @@ TEST_F(AppDelegateTest, TheTrayIconFollowsItsSwitchAndAutoFixRunsAtTheTrigger) {
     EXPECT_NE(picker->phase(), ui::ActionPickerView::Phase::picker()) << "opens working";
     EXPECT_TRUE(waitUntil([&] { return server.requests().size() == 1; }));
     EXPECT_EQ(systemOfRequest(0), AppSettings::defaultSystemPrompt);
-}
-
-TEST_F(AppDelegateTest, InstallLocationWarnsOnlyForTransientPlaces) {
-    using app::AppDelegate;
-    EXPECT_FALSE(
-        AppDelegate::shouldWarnAboutInstallLocation(QStringLiteral("/Applications/Mendwise.app")));
-    EXPECT_FALSE(AppDelegate::shouldWarnAboutInstallLocation(
-        QStringLiteral("/Users/me/Applications/Mendwise.app")));
-    EXPECT_TRUE(AppDelegate::shouldWarnAboutInstallLocation(
-        QStringLiteral("/Users/me/Downloads/Mendwise.app")));
-    EXPECT_TRUE(AppDelegate::shouldWarnAboutInstallLocation(
-        QStringLiteral("/Volumes/Mendwise/Mendwise.app")));
-    EXPECT_TRUE(AppDelegate::shouldWarnAboutInstallLocation(
-        QStringLiteral("/private/var/folders/xy/T/AppTranslocation/ABC/d/Mendwise.app")));
-    EXPECT_FALSE(AppDelegate::shouldWarnAboutInstallLocation(
-        QStringLiteral("/Users/me/build/Mendwise.app")));
-    EXPECT_FALSE(AppDelegate::shouldWarnAboutInstallLocation(
-        QStringLiteral("/ApplicationsOld/Downloads/Mendwise.app")));
-    EXPECT_TRUE(AppDelegate::shouldWarnAboutInstallLocation(
-        QStringLiteral("/home/me/Downloads/mendwise/build/app/mendwise")));
-    EXPECT_FALSE(AppDelegate::shouldWarnAboutInstallLocation(QStringLiteral("/usr/bin/mendwise")));
 }
 
 TEST_F(AppDelegateTest, TriggerPlacesThePickerBelowTheSelection) {
@@ -321,29 +314,9 @@ TEST_F(AppDelegateTest, NothingSelectedFailsWithoutAnyRequest) {
         [&] { return picker->phase().kind() == ui::ActionPickerView::Phase::Kind::error; }, 3s));
     EXPECT_EQ(picker->phase().errorDescription(), QStringLiteral("No text is currently selected."));
     EXPECT_TRUE(server.requests().empty());
-}
-
-TEST_F(AppDelegateTest, AnEmptyCapturedTextIsNoTextSelected) {
+    // What an empty captured text fails with.
     EXPECT_EQ(app::AppDelegate::MendwiseError().errorDescription(),
               QStringLiteral("No text selected"));
-}
-
-TEST_F(AppDelegateTest, SettingsWindowIsCreatedOnceAndKept) {
-    launch();
-    delegate->openSettings();
-    QWidget* window = delegate->settingsWindow();
-    ASSERT_NE(window, nullptr);
-    EXPECT_EQ(window->size(), QSize(450, 340));
-    EXPECT_EQ(window->windowTitle(), QStringLiteral("Mendwise"));
-    EXPECT_TRUE(window->isVisible());
-    window->move(window->pos() + QPoint(30, 20));
-    const QPoint moved = window->pos();
-    window->close();
-    EXPECT_FALSE(QApplication::quitOnLastWindowClosed() &&
-                 QApplication::topLevelWidgets().isEmpty());
-    delegate->openSettings();
-    EXPECT_EQ(delegate->settingsWindow(), window);
-    EXPECT_EQ(window->pos(), moved);
 }
 
 TEST_F(AppDelegateTest, TerminationReleasesTheTrigger) {

@@ -74,8 +74,6 @@ public:
     [[nodiscard]] int maxConcurrentRequests() const;
     // Blocks until `count` requests have arrived (true) or the timeout passes (false).
     bool waitForRequests(int count, std::chrono::milliseconds timeout = std::chrono::seconds(5));
-    // Forgets recorded requests and counts.
-    void reset();
 
     // Stops accepting, wakes every stalled or delayed answer and joins all threads.
     void stop();

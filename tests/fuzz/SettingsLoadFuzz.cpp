@@ -7,6 +7,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QGuiApplication>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <cstdint>
@@ -26,6 +27,12 @@ public:
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::silenceLog();
+    // As in the program, which reads its settings under a QGuiApplication: a stored @Variant may
+    // hold a picture, which Qt can only make once there is one (offscreen here).
+    static int argc = 1;
+    static char name[] = "fuzz_settings_load";
+    static char* argv[] = {name, nullptr};
+    static const QGuiApplication app(argc, argv);
     // In memory where there is /dev/shm. QSettings keeps a file it has read in a cache and reads
     // it again only when its size or modification time changed: every input gets a time of
     // its own (a name of its own would grow the cache, and the run slows down to a crawl).

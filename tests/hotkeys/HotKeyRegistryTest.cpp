@@ -59,15 +59,6 @@ TEST_F(Registry, IdsCountUpAndARefusalConsumesItsId) {
     EXPECT_EQ(log.records(), QStringList{QStringLiteral("Error registering hotkey ⇧⌘K: -9878")});
 }
 
-TEST_F(Registry, PressesAndReleasesReachTheirOwnCallbacks) {
-    registerCounting(commandShiftJ);
-    registerCounting(optionSpace);
-    EXPECT_EQ(hotKeys->press(38, 768), osstatus::noErr);
-    EXPECT_EQ(hotKeys->release(49, 0x800), osstatus::noErr);
-    EXPECT_EQ(downs, QList<Shortcut>{commandShiftJ});
-    EXPECT_EQ(ups, QList<Shortcut>{optionSpace});
-}
-
 TEST_F(Registry, ForeignOrUnknownHotKeysPassOn) {
     registerCounting(commandShiftJ);
     const auto foreign = HotKeyID{platform::fourCharCode("ABCD"), 1};

@@ -46,15 +46,10 @@ TEST(ShortcutValues, FunctionBitKeptFromFlagsDroppedFromEvents) {
     const auto fromKeyUp = Shortcut::fromEvent(KeyEvent{KeyEvent::keyUpType, 38, flags});
     EXPECT_EQ(fromKeyUp, fromKeyDown);
     EXPECT_FALSE(Shortcut::fromEvent(KeyEvent{12, 38, flags}).has_value()); // flags changed
-}
-
-TEST(ShortcutValues, QtKeyEventsUseTheKeyPositionAndCtrlAsCommand) {
-    // X key code 44 is the J key; Qt reports the layout's letter, which may differ.
-    const QKeyEvent press(QEvent::KeyPress, Qt::Key_J, Qt::ControlModifier | Qt::ShiftModifier, 44,
+    // Qt's key events (the recorder's) go by the key's position: X key code 44 is the J key.
+    const QKeyEvent press(QEvent::KeyPress, Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier, 44,
                           0, 0);
     EXPECT_EQ(Shortcut::fromEvent(press), Shortcut(38, 768));
-    const QKeyEvent release(QEvent::KeyRelease, Qt::Key_F5, Qt::MetaModifier | Qt::AltModifier);
-    EXPECT_EQ(Shortcut::fromEvent(release), Shortcut(96, 0x1000 | 0x800));
     const QKeyEvent shortcutOverride(QEvent::ShortcutOverride, Qt::Key_J, Qt::ControlModifier);
     EXPECT_FALSE(Shortcut::fromEvent(shortcutOverride).has_value());
 }

@@ -10,8 +10,8 @@
 #include "platform/VirtualKeys.h"
 #include "platform/x11/X11KeyboardLayout.h"
 #include "support/Log.h"
-#include "tests/common/ChildProcess.h"
 #include "tests/common/TestUtil.h"
+#include "tests/x11/DesktopApps.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -41,16 +41,15 @@ public:
     bool openFolder(const QString&) override { return false; }
 };
 
-// Runs a command to its end.
-void run(const QString& program, const QStringList& arguments) {
-    const auto result = testutil::ChildProcess::run(program, arguments);
-    ASSERT_TRUE(result.finished && result.exitCode == 0)
-        << program.toStdString() << ' ' << arguments.join(u' ').toStdString()
-        << " failed: " << result.err.toStdString();
+// Types `keys` (xdotool's names) on the real keyboard.
+void key(const char* keys) {
+    x11test::xdotool({QStringLiteral("key"), QString::fromLatin1(keys)});
 }
 
-void xdotool(const QStringList& arguments) {
-    run(QStringLiteral("xdotool"), arguments);
+void setLayout(const char* layouts) {
+    ASSERT_TRUE(x11test::run(QStringLiteral("setxkbmap"),
+                             {QStringLiteral("-layout"), QString::fromLatin1(layouts)}));
+    testutil::processEventsFor(200ms);
 }
 
 // Another X client holding a passive grab on the root window.
@@ -68,8 +67,12 @@ public:
     OtherClient(const OtherClient&) = delete;
     OtherClient& operator=(const OtherClient&) = delete;
 
-    bool grab(xcb_keycode_t keycode, std::uint16_t modifiers) {
-        auto cookie = xcb_grab_key_checked(connection_, 0, root_, modifiers, keycode,
+    bool grab(const Key& key, std::uint16_t modifiers) {
+        const auto keycode = platform::xKeycodeFromVirtualKey(key.rawValue);
+        if (!keycode)
+            return false;
+        auto cookie = xcb_grab_key_checked(connection_, 0, root_, modifiers,
+                                           static_cast<xcb_keycode_t>(*keycode),
                                            XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
         xcb_generic_error_t* error = xcb_request_check(connection_, cookie);
         std::free(error); // NOLINT(cppcoreguidelines-no-malloc)
@@ -130,7 +133,7 @@ protected:
 TEST_F(X11Hotkeys, TriggerFiresOnceOnRelease) {
     bind();
     EXPECT_GT(hotKeys->grabCount(), 0);
-    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
+    key("ctrl+shift+j");
     settle(1);
     EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));
 }
@@ -138,34 +141,34 @@ TEST_F(X11Hotkeys, TriggerFiresOnceOnRelease) {
 TEST_F(X11Hotkeys, HoldingTheCombinationFiresOnce) {
     bind();
     EXPECT_TRUE(hotKeys->detectableAutoRepeat());
-    xdotool({QStringLiteral("keydown"), QStringLiteral("ctrl+shift+j")});
+    x11test::xdotool({QStringLiteral("keydown"), QStringLiteral("ctrl+shift+j")});
     testutil::processEventsFor(1200ms); // Xvfb starts repeating after about 660 ms
     EXPECT_EQ(happened, QStringList{QStringLiteral("down")});
-    xdotool({QStringLiteral("keyup"), QStringLiteral("ctrl+shift+j")});
+    x11test::xdotool({QStringLiteral("keyup"), QStringLiteral("ctrl+shift+j")});
     settle(1);
     EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));
 }
 
 TEST_F(X11Hotkeys, LockKeysDoNotChangeTheCombination) {
     bind();
-    for (const QString& lock : {QStringLiteral("Num_Lock"), QStringLiteral("Caps_Lock")}) {
+    for (const char* lock : {"Num_Lock", "Caps_Lock"}) {
         happened.clear();
-        xdotool({QStringLiteral("key"), lock});
-        xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
-        xdotool({QStringLiteral("key"), lock});
+        key(lock);
+        key("ctrl+shift+j");
+        key(lock);
         settle(1);
         EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}))
-            << lock.toStdString();
+            << lock;
     }
 }
 
 TEST_F(X11Hotkeys, ARecordedShortcutReplacesTheOldOne) {
     bind();
     setShortcut(Shortcut(Key::k, eventflags::command | eventflags::option), triggerMendwise());
-    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
+    key("ctrl+shift+j");
     testutil::processEventsFor(300ms);
     EXPECT_TRUE(happened.isEmpty());
-    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+alt+k")});
+    key("ctrl+alt+k");
     settle(1);
     EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));
 }
@@ -174,17 +177,14 @@ TEST_F(X11Hotkeys, NothingFiresAfterDisable) {
     bind();
     disable({triggerMendwise()});
     EXPECT_EQ(hotKeys->grabCount(), 0);
-    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
+    key("ctrl+shift+j");
     testutil::processEventsFor(400ms);
     EXPECT_TRUE(happened.isEmpty());
 }
 
 TEST_F(X11Hotkeys, ACombinationAnotherClientHoldsIsRefused) {
     OtherClient other;
-    const auto keycodeK = platform::xKeycodeFromVirtualKey(Key::k.rawValue);
-    ASSERT_TRUE(keycodeK.has_value());
-    ASSERT_TRUE(other.grab(static_cast<xcb_keycode_t>(*keycodeK),
-                           XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT));
+    ASSERT_TRUE(other.grab(Key::k, XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT));
     support::LogCapture log;
     const Name name(QStringLiteral("other"),
                     Shortcut(Key::k, eventflags::command | eventflags::shift));
@@ -199,7 +199,7 @@ TEST_F(X11Hotkeys, ACombinationAnotherClientHoldsIsRefused) {
     EXPECT_TRUE(reserved.contains(Shortcut(Key::f4, eventflags::option))); // openbox: Alt+F4
     EXPECT_FALSE(reserved.contains(commandShiftJ));
     EXPECT_FALSE(reserved.contains(Shortcut(Key::l, eventflags::command | eventflags::shift)));
-    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")}); // the probe left ours alone
+    key("ctrl+shift+j"); // the probe left ours alone
     settle(1);
     EXPECT_EQ(happened.count(QStringLiteral("callback")), 1);
 }
@@ -207,10 +207,7 @@ TEST_F(X11Hotkeys, ACombinationAnotherClientHoldsIsRefused) {
 // The popover tells a trigger another program holds, until a registration holds again.
 TEST_F(X11Hotkeys, ARefusedTriggerShowsInThePopover) {
     OtherClient other;
-    const auto keycodeJ = platform::xKeycodeFromVirtualKey(Key::j.rawValue);
-    ASSERT_TRUE(keycodeJ.has_value());
-    ASSERT_TRUE(other.grab(static_cast<xcb_keycode_t>(*keycodeJ),
-                           XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT));
+    ASSERT_TRUE(other.grab(Key::j, XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT));
     bind();
     app::MenuBarView popover({{}, {}, [] { return registrationError(triggerMendwise()); }});
     const auto texts = [&] {
@@ -230,10 +227,7 @@ TEST_F(X11Hotkeys, ARefusedTriggerShowsInThePopover) {
 // it, the "used by the system" alert appears, and forcing it says it could not be registered.
 TEST_F(X11Hotkeys, TheRecorderSeesChordsOtherProgramsHold) {
     OtherClient other;
-    const auto keycodeT = platform::xKeycodeFromVirtualKey(Key::t.rawValue);
-    ASSERT_TRUE(keycodeT.has_value());
-    ASSERT_TRUE(
-        other.grab(static_cast<xcb_keycode_t>(*keycodeT), XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1));
+    ASSERT_TRUE(other.grab(Key::t, XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1));
     QWidget window;
     auto* field = new RecorderField(triggerMendwise(), {}, &window);
     window.resize(300, 80);
@@ -261,7 +255,7 @@ TEST_F(X11Hotkeys, TheRecorderSeesChordsOtherProgramsHold) {
         }
     });
     answer.start(50);
-    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+alt+t")});
+    key("ctrl+alt+t");
     ASSERT_TRUE(testutil::waitUntil([&] { return alerts.size() >= 2; }, 5s))
         << alerts.join(u'|').toStdString();
     EXPECT_EQ(alerts[0], localizedString(strings::keyboardShortcutUsedBySystem));
@@ -278,7 +272,7 @@ TEST_F(X11Hotkeys, InsideAnOpenMenuTheShortcutStillFires) {
     ASSERT_TRUE(testutil::waitUntil([&] { return menu.isVisible() && menuIsOpen(); }));
     EXPECT_EQ(hotKeys->grabCount(), 0);
     testutil::processEventsFor(200ms); // let the menu take the keyboard
-    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
+    key("ctrl+shift+j");
     settle(1);
     EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));
     EXPECT_TRUE(menu.isVisible());
@@ -286,7 +280,7 @@ TEST_F(X11Hotkeys, InsideAnOpenMenuTheShortcutStillFires) {
     menu.hide();
     EXPECT_GT(hotKeys->grabCount(), 0);
     happened.clear();
-    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
+    key("ctrl+shift+j");
     settle(1);
     EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));
 }
@@ -314,10 +308,10 @@ TEST_F(X11Hotkeys, WhileOurWindowHoldsTheKeyboardTheShortcutStillFires) {
     ASSERT_TRUE(
         testutil::waitUntil([&] { return window.windowHandle()->setKeyboardGrabEnabled(true); }));
 
-    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
+    key("ctrl+shift+j");
     settle(1);
     EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));
-    xdotool({QStringLiteral("key"), QStringLiteral("x")}); // other keys still reach the window
+    key("x"); // other keys still reach the window
     ASSERT_TRUE(testutil::waitUntil([&] { return window.keys.contains(Qt::Key_X); }));
     EXPECT_FALSE(window.keys.contains(Qt::Key_J));
     window.windowHandle()->setKeyboardGrabEnabled(false);
@@ -327,20 +321,17 @@ TEST_F(X11Hotkeys, LayoutChangesShowInNamesAndKeepTheGrabs) {
     bind();
     EXPECT_EQ(commandShiftJ.description(), QStringLiteral("⇧⌘J"));
     EXPECT_EQ(Shortcut(Key::y, eventflags::command).description(), QStringLiteral("⌘Y"));
-    run(QStringLiteral("setxkbmap"), {QStringLiteral("-layout"), QStringLiteral("de")});
-    testutil::processEventsFor(200ms);
+    setLayout("de");
     EXPECT_EQ(Shortcut(Key::y, eventflags::command).description(), QStringLiteral("⌘Z"));
     // The key left of 1 is a dead circumflex on a German keyboard.
     EXPECT_EQ(Shortcut(Key::backtick, eventflags::command).description(),
               QStringLiteral("⌘\uFFFD"));
-    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+j")});
+    key("ctrl+shift+j");
     settle(1);
     // A Russian layout in front: names come from the Latin group behind it.
-    run(QStringLiteral("setxkbmap"), {QStringLiteral("-layout"), QStringLiteral("ru,us")});
-    testutil::processEventsFor(200ms);
+    setLayout("ru,us");
     EXPECT_EQ(commandShiftJ.displayName(), QStringLiteral("Ctrl+Shift+J"));
-    run(QStringLiteral("setxkbmap"), {QStringLiteral("-layout"), QStringLiteral("us")});
-    testutil::processEventsFor(200ms);
+    setLayout("us");
     EXPECT_EQ(happened, (QStringList{QStringLiteral("down"), QStringLiteral("callback")}));
     EXPECT_EQ(Shortcut(Key::y, eventflags::command).description(), QStringLiteral("⌘Y"));
 }

@@ -33,17 +33,6 @@ TEST(Background, ResultArrivesOnTheMainThread) {
     EXPECT_EQ(result->value, 42);
 }
 
-TEST(Background, ExceptionsBecomeTheOutcomesError) {
-    QObject context;
-    std::optional<Outcome<void>> result;
-    runInBackground<void>(
-        &context, [](std::stop_token) { throw std::runtime_error("boom"); },
-        [&](Outcome<void> outcome) { result = std::move(outcome); });
-    ASSERT_TRUE(testutil::waitUntil([&] { return result.has_value(); }));
-    EXPECT_FALSE(result->ok());
-    EXPECT_EQ(describeError(result->error), QStringLiteral("boom"));
-}
-
 TEST(Background, CancellationEndsAWaitAtOnce) {
     QObject context;
     std::optional<Outcome<void>> result;
@@ -57,15 +46,6 @@ TEST(Background, CancellationEndsAWaitAtOnce) {
     EXPECT_LT(std::chrono::steady_clock::now() - started, 5s);
     ASSERT_FALSE(result->ok());
     EXPECT_THROW(std::rethrow_exception(result->error), CancellationError);
-}
-
-TEST(Background, UncancelledWaitLastsItsDuration) {
-    std::stop_source source;
-    const auto started = std::chrono::steady_clock::now();
-    sleepFor(source.get_token(), 30ms);
-    EXPECT_GE(std::chrono::steady_clock::now() - started, 30ms);
-    source.request_stop();
-    EXPECT_THROW(sleepFor(source.get_token(), 10s), CancellationError);
 }
 
 TEST(Background, OutcomeIsDroppedWhenTheContextIsGone) {

@@ -9,7 +9,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSaveFile>
 #include <csignal>
 #include <cstdio>
 #include <memory>
@@ -51,9 +50,6 @@ int main(int argc, char** argv) {
     const QCommandLineOption portOption(QStringLiteral("port"),
                                         QStringLiteral("Port to listen on (0: any free port)."),
                                         QStringLiteral("N"), QStringLiteral("0"));
-    const QCommandLineOption portFileOption(
-        QStringLiteral("port-file"), QStringLiteral("Write the port to this file once listening."),
-        QStringLiteral("FILE"));
     const QCommandLineOption answerOption(QStringLiteral("answer"),
                                           QStringLiteral("Answer every request with this text."),
                                           QStringLiteral("TEXT"), QStringLiteral("Fixed."));
@@ -72,8 +68,8 @@ int main(int argc, char** argv) {
     const QCommandLineOption logOption(
         QStringLiteral("log"), QStringLiteral("Append each request to FILE as a JSON line."),
         QStringLiteral("FILE"));
-    parser.addOptions({portOption, portFileOption, answerOption, echoOption, statusOption,
-                       bodyFileOption, delayOption, logOption});
+    parser.addOptions({portOption, answerOption, echoOption, statusOption, bodyFileOption,
+                       delayOption, logOption});
     parser.process(app);
 
     QByteArray rawBody;
@@ -124,13 +120,6 @@ int main(int argc, char** argv) {
         return response;
     });
 
-    if (parser.isSet(portFileOption)) {
-        QSaveFile file(parser.value(portFileOption));
-        if (file.open(QIODevice::WriteOnly)) {
-            file.write(QByteArray::number(server.port()) + '\n');
-            file.commit();
-        }
-    }
     std::printf("fake-messages-api: listening on %s\n", qPrintable(server.url()));
     std::fflush(stdout);
 

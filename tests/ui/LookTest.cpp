@@ -18,25 +18,30 @@ Rgb rgb(const QColor& c) {
 }
 } // namespace
 
-TEST(ColorFromHex, ReadsSixDigitsTrimmingWhatIsNotALetterOrDigit) {
-    EXPECT_EQ(rgb(ui::colorFromHex(u"8B5CF6")), (Rgb{0x8B, 0x5C, 0xF6}));
-    EXPECT_EQ(rgb(ui::colorFromHex(u"#6366f1")), (Rgb{0x63, 0x66, 0xF1}));
-    EXPECT_EQ(rgb(ui::colorFromHex(u"  52525B;\n")), (Rgb{0x52, 0x52, 0x5B}));
-    EXPECT_EQ(rgb(ui::colorFromHex(u"0x3F3F46")), (Rgb{0x3F, 0x3F, 0x46}));
-    EXPECT_EQ(ui::colorFromHex(u"8B5CF6").alphaF(), 1.0F);
-    EXPECT_EQ(ui::colorFromHex(u"8B5CF6").spec(), QColor::Rgb);
-}
-
-TEST(ColorFromHex, OddInputGivesItsNumberOrBlackWithoutFailing) {
-    // Fewer digits are a smaller number, not a shorthand.
-    EXPECT_EQ(rgb(ui::colorFromHex(u"FFF")), (Rgb{0, 0x0F, 0xFF}));
-    // Only the low 24 bits are colour.
-    EXPECT_EQ(rgb(ui::colorFromHex(u"12345678")), (Rgb{0x34, 0x56, 0x78}));
-    // Reading stops at the first non-digit.
-    EXPECT_EQ(rgb(ui::colorFromHex(u"12zz")), (Rgb{0, 0, 0x12}));
-    EXPECT_EQ(rgb(ui::colorFromHex(u"")), (Rgb{0, 0, 0}));
-    EXPECT_EQ(rgb(ui::colorFromHex(u"not a colour")), (Rgb{0, 0, 0}));
-    EXPECT_EQ(rgb(ui::colorFromHex(u"FFFFFFFFFFFFFFFFFFFFFF")), (Rgb{255, 255, 255}));
+// Six hex digits, trimmed of what is not a letter or digit; odd input gives its number or
+// black without failing.
+TEST(ColorFromHex, ReadsTheDigitsAsOneNumber) {
+    const struct {
+        const char16_t* hex;
+        Rgb rgb;
+    } cases[] = {
+        {u"8B5CF6", {0x8B, 0x5C, 0xF6}},
+        {u"#6366f1", {0x63, 0x66, 0xF1}},
+        {u"  52525B;\n", {0x52, 0x52, 0x5B}},
+        {u"0x3F3F46", {0x3F, 0x3F, 0x46}},
+        {u"FFF", {0, 0x0F, 0xFF}},         // a smaller number, not a shorthand
+        {u"12345678", {0x34, 0x56, 0x78}}, // only the low 24 bits are colour
+        {u"12zz", {0, 0, 0x12}},           // reading stops at the first non-digit
+        {u"", {0, 0, 0}},
+        {u"not a colour", {0, 0, 0}},
+        {u"FFFFFFFFFFFFFFFFFFFFFF", {255, 255, 255}},
+    };
+    for (const auto& c : cases) {
+        const QColor color = ui::colorFromHex(c.hex);
+        EXPECT_EQ(rgb(color), c.rgb) << QString::fromUtf16(c.hex).toStdString();
+        EXPECT_EQ(color.alphaF(), 1.0F);
+        EXPECT_EQ(color.spec(), QColor::Rgb);
+    }
 }
 
 TEST(Spring, StartsAtRestSettlesAndOvershootsByItsDamping) {

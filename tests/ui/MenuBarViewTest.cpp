@@ -27,21 +27,15 @@ QAbstractButton* button(const QWidget& view, const QString& text) {
 }
 } // namespace
 
-TEST(MenuBarView, ShowsItsFixedTextsAtItsFixedSize) {
-    app::MenuBarView view({});
+TEST(MenuBarView, ShowsItsFixedTextsAndItsCommandsCallTheirCallbacks) {
+    int settings = 0;
+    int quits = 0;
+    app::MenuBarView view({[&] { ++settings; }, [&] { ++quits; }, {}});
     EXPECT_EQ(view.size(), QSize(280, 200));
     EXPECT_EQ(
         labelTexts(view),
         (QStringList{QStringLiteral("Mendwise"), QStringLiteral("Ctrl+Shift+J to fix typos"),
                      QStringLiteral("Ready"), QStringLiteral("Select text and press hotkey")}));
-    EXPECT_NE(button(view, QStringLiteral("Settings...")), nullptr);
-    EXPECT_NE(button(view, QStringLiteral("Quit Mendwise")), nullptr);
-}
-
-TEST(MenuBarView, CommandsCallTheirCallbacks) {
-    int settings = 0;
-    int quits = 0;
-    app::MenuBarView view({[&] { ++settings; }, [&] { ++quits; }, {}});
     view.show();
     QAbstractButton* openSettings = button(view, QStringLiteral("Settings..."));
     QAbstractButton* quit = button(view, QStringLiteral("Quit Mendwise"));
@@ -52,13 +46,6 @@ TEST(MenuBarView, CommandsCallTheirCallbacks) {
     EXPECT_EQ(quits, 0);
     QTest::mouseClick(quit, Qt::LeftButton);
     EXPECT_EQ(quits, 1);
-}
-
-TEST(MenuBarView, CommandsWithoutCallbacksDoNothing) {
-    app::MenuBarView view({});
-    view.show();
-    QTest::mouseClick(button(view, QStringLiteral("Quit Mendwise")), Qt::LeftButton);
-    SUCCEED() << "no crash without callbacks";
 }
 
 TEST(MenuBarView, TheStatusSaysWhyTheShortcutDoesNotWork) {

@@ -134,16 +134,6 @@ TEST_F(PanelTest, ShowDuringTheHideFadeKeepsThePanelAndEndsTheHideOnce) {
     EXPECT_EQ(completions, 1);
 }
 
-TEST_F(PanelTest, ReplacedContentIsDeleted) {
-    QPointer<QWidget> first = panel.contentView();
-    auto* second = new QWidget;
-    panel.setContentView(second);
-    EXPECT_TRUE(first.isNull());
-    EXPECT_EQ(panel.contentView(), second);
-    EXPECT_TRUE(second->isVisible());
-    EXPECT_EQ(second->geometry(), panel.rect());
-}
-
 TEST(KeyHandlerOwnership, ClearingOnlyRemovesTheOwnersOwnRouting) {
     KeyHandler& keys = KeyHandler::shared();
     int a = 0;

@@ -51,22 +51,29 @@ protected:
         KeyHandler().reset();
     }
     void TearDown() override {
+        panel.hide([] {});
+        testutil::waitUntil([&] { return !panel.isVisible(); }, 3s);
         ui::KeyHandler::shared().reset();
         terminal.reset();
     }
     static ui::KeyHandler& KeyHandler() { return ui::KeyHandler::shared(); }
 
+    // Shows the panel with `content` and waits until it holds the keyboard.
+    bool show(QWidget* content) {
+        panel.setContentView(content);
+        panel.show(platform::Rect{500, 300, 240, 140});
+        return testutil::waitUntil([&] { return panel.hasKeyboardGrab(); }, 3s);
+    }
+
     std::unique_ptr<testutil::ChildProcess> terminal;
     QString before;
+    ui::FloatingPanel panel;
 };
 
 } // namespace
 
 TEST_F(PanelX11Test, ShownWithoutActivationItStillGetsTheKeys) {
-    ui::FloatingPanel panel;
-    panel.setContentView(new QWidget);
-    panel.show(platform::Rect{500, 300, 240, 140});
-    ASSERT_TRUE(testutil::waitUntil([&] { return panel.hasKeyboardGrab(); }, 3s));
+    ASSERT_TRUE(show(new QWidget));
     testutil::processEventsFor(300ms);
     EXPECT_EQ(activeWindow(), before) << "the user's application stays active";
 
@@ -100,16 +107,13 @@ TEST_F(PanelX11Test, ShownWithoutActivationItStillGetsTheKeys) {
 }
 
 TEST_F(PanelX11Test, ThePickerTakesKeysAndTypingThroughTheGrab) {
-    ui::FloatingPanel panel;
     int fixes = 0;
     QStringList prompts;
     auto* picker = new ui::ActionPickerView(
         [&](const ui::ActionPickerView::Completion&) { ++fixes; },
         [&](const QString& prompt, const ui::ActionPickerView::Completion&) { prompts << prompt; },
         [] {});
-    panel.setContentView(picker);
-    panel.show(platform::Rect{500, 300, 240, 140});
-    ASSERT_TRUE(testutil::waitUntil([&] { return panel.hasKeyboardGrab(); }, 3s));
+    ASSERT_TRUE(show(picker));
     // Xvfb runs no compositor: the panel is cut to the shape of the buttons instead of showing
     // a black rectangle where it is clear.
     EXPECT_TRUE(panel.mask().contains(picker->buttonCenter(0)));
@@ -128,28 +132,20 @@ TEST_F(PanelX11Test, ThePickerTakesKeysAndTypingThroughTheGrab) {
     EXPECT_EQ(prompts, QStringList{QStringLiteral("be brief")});
     EXPECT_EQ(fixes, 0);
     EXPECT_EQ(activeWindow(), before);
-
-    panel.hide([] {});
-    testutil::waitUntil([&] { return !panel.isVisible(); }, 3s);
 }
 
 // The user moves on: a click anywhere outside the panel asks for it to go, so the keyboard is
 // not left taken.
 TEST_F(PanelX11Test, AClickElsewhereAsksThePanelToGo) {
-    ui::FloatingPanel panel;
-    panel.setContentView(new QWidget);
     int dismissals = 0;
     QObject::connect(&panel, &ui::FloatingPanel::dismissRequested, [&] { ++dismissals; });
-    panel.show(platform::Rect{500, 300, 240, 140});
-    ASSERT_TRUE(testutil::waitUntil([&] { return panel.hasKeyboardGrab(); }, 3s));
+    ASSERT_TRUE(show(new QWidget));
     testutil::processEventsFor(200ms);
     EXPECT_EQ(dismissals, 0) << "showing it is no reason to go";
     run(QStringLiteral("xdotool"),
         {QStringLiteral("mousemove"), QStringLiteral("30"), QStringLiteral("30"),
          QStringLiteral("click"), QStringLiteral("1")});
     EXPECT_TRUE(testutil::waitUntil([&] { return dismissals > 0; }, 3s));
-    panel.hide([] {});
-    testutil::waitUntil([&] { return !panel.isVisible(); }, 3s);
 }
 
 // Another program holds the keyboard: the panel gives up after its retries and says so.
@@ -165,16 +161,11 @@ TEST_F(PanelX11Test, AKeyboardHeldElsewhereIsReported) {
     ASSERT_TRUE(grab && grab->status == XCB_GRAB_STATUS_SUCCESS);
     std::free(grab); // NOLINT(cppcoreguidelines-no-malloc)
 
-    ui::FloatingPanel panel;
-    panel.setContentView(new QWidget);
     bool failed = false;
     QObject::connect(&panel, &ui::FloatingPanel::keyboardGrabFailed, [&] { failed = true; });
-    panel.show(platform::Rect{500, 300, 240, 140});
-    EXPECT_TRUE(testutil::waitUntil([&] { return failed; }, 3s));
-    EXPECT_FALSE(panel.hasKeyboardGrab());
+    EXPECT_FALSE(show(new QWidget));
+    EXPECT_TRUE(testutil::waitUntil([&] { return failed; }, 1s));
     xcb_disconnect(other);
-    panel.hide([] {});
-    testutil::waitUntil([&] { return !panel.isVisible(); }, 3s);
 }
 
 // While a rewrite runs, the keys the user types reach no application.

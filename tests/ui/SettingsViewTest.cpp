@@ -97,16 +97,11 @@ protected:
 
 } // namespace
 
-TEST_F(SettingsViewTest, IsAFixedSizeViewWithTwoTabs) {
-    EXPECT_EQ(view->size(), QSize(450, 340));
-    EXPECT_EQ(view->minimumSize(), view->maximumSize());
+TEST_F(SettingsViewTest, TheShortcutRowHoldsTheTriggersRecorderIdleUntilClicked) {
     ASSERT_EQ(view->tabBar()->count(), 2);
     EXPECT_EQ(view->tabBar()->tabText(0), QStringLiteral("General"));
     EXPECT_EQ(view->tabBar()->tabText(1), QStringLiteral("AI"));
     EXPECT_EQ(view->currentTab(), 0);
-}
-
-TEST_F(SettingsViewTest, TheShortcutRowHoldsTheTriggersRecorderIdleUntilClicked) {
     Hotkeys::RecorderField* field = view->recorderField();
     EXPECT_EQ(field->shortcutName().rawValue(), QStringLiteral("triggerMendwise"));
     EXPECT_EQ(field->text(), QStringLiteral("Ctrl+Shift+J"));
@@ -123,14 +118,22 @@ TEST_F(SettingsViewTest, TheShortcutRowHoldsTheTriggersRecorderIdleUntilClicked)
     EXPECT_EQ(view->generalTab()->shortcutProblem(), QString());
 }
 
-TEST_F(SettingsViewTest, SaveIsEnabledOnlyWhileTheFieldDiffersFromTheStoredKey) {
+// Save is enabled only while the field differs from the stored key, which the field starts
+// from each time the tab opens.
+TEST_F(SettingsViewTest, SaveFollowsTheDifferenceFromTheStoredKey) {
     EXPECT_EQ(keyField().text(), QString());
     EXPECT_FALSE(save().isEnabled());
     QTest::keyClick(&keyField(), Qt::Key_K);
     EXPECT_TRUE(save().isEnabled());
     QTest::keyClick(&keyField(), Qt::Key_Backspace);
     EXPECT_FALSE(save().isEnabled());
+    QTest::keyClicks(&keyField(), QStringLiteral("draft"));
+    view->setCurrentTab(0);
     EXPECT_EQ(settings.apiKey(), QString()) << "nothing is stored before Save";
+    settings.setApiKey(QStringLiteral("stored-elsewhere"));
+    view->setCurrentTab(1);
+    EXPECT_EQ(keyField().text(), QStringLiteral("stored-elsewhere"));
+    EXPECT_FALSE(save().isEnabled());
 }
 
 TEST_F(SettingsViewTest, SaveStoresTheKeyAsTypedAndSaysSavedForOneAndAHalfSeconds) {
@@ -165,16 +168,10 @@ TEST_F(SettingsViewTest, TheEyeSwitchesBetweenMaskedAndClearWithoutTouchingTheTe
     QTest::mouseClick(ai().eyeButton(), Qt::LeftButton);
     EXPECT_EQ(keyField().echoMode(), QLineEdit::Password);
     EXPECT_EQ(keyField().text(), QStringLiteral("secret"));
-}
 
-TEST_F(SettingsViewTest, TheKeyFieldStartsFromTheStoredKeyEachTimeTheTabOpens) {
-    ai();
-    QTest::keyClicks(&keyField(), QStringLiteral("draft"));
-    view->setCurrentTab(0);
-    settings.setApiKey(QStringLiteral("stored-elsewhere"));
-    view->setCurrentTab(1);
-    EXPECT_EQ(keyField().text(), QStringLiteral("stored-elsewhere"));
-    EXPECT_FALSE(save().isEnabled());
+    QTest::mouseClick(ai().keyPageLink(), Qt::LeftButton); // "Get API key"
+    EXPECT_EQ(desktop.openedURLs(),
+              QList<QUrl>{QUrl(QStringLiteral("https://console.anthropic.com/settings/keys"))});
 }
 
 TEST_F(SettingsViewTest, TheModelPickerListsTheModelsInOrderAndStoresAChoiceAtOnce) {
@@ -204,12 +201,6 @@ TEST_F(SettingsViewTest, EveryKeystrokeInThePromptIsStoredAndResetRestoresTheDef
     QTest::mouseClick(ai().resetButton(), Qt::LeftButton);
     EXPECT_EQ(settings.systemPrompt(), AppSettings::defaultSystemPrompt);
     EXPECT_EQ(editor.toPlainText(), AppSettings::defaultSystemPrompt);
-}
-
-TEST_F(SettingsViewTest, GetApiKeyOpensTheConsolePage) {
-    QTest::mouseClick(ai().keyPageLink(), Qt::LeftButton);
-    EXPECT_EQ(desktop.openedURLs(),
-              QList<QUrl>{QUrl(QStringLiteral("https://console.anthropic.com/settings/keys"))});
 }
 
 TEST_F(SettingsViewTest, SwitchesAreBoundBothWays) {
@@ -257,30 +248,29 @@ TEST_F(SettingsViewTest, ThePermissionRowFollowsTrustOnlyWhenDrawnAgain) {
     EXPECT_EQ((*lock)->color(), ui::colors::green());
 }
 
+// Without accessibility settings to open, the user gets a hint instead.
 TEST_F(SettingsViewTest, RestartAndOpenSettingsRunTheirCommands) {
     QPushButton* restart = buttonTitled(QStringLiteral("Restart App"));
     QPushButton* open = buttonTitled(QStringLiteral("Open System Settings"));
     ASSERT_TRUE(restart && open);
     QTest::mouseClick(restart, Qt::LeftButton);
     EXPECT_EQ(restarts, 1);
-    QTest::mouseClick(open, Qt::LeftButton);
-    EXPECT_EQ(openSettingsCalls, 1);
-    EXPECT_EQ(QApplication::activeModalWidget(), nullptr) << "no hint when the page opened";
-}
-
-TEST_F(SettingsViewTest, WithoutAccessibilitySettingsTheUserGetsAHint) {
-    settingsToolExists = false;
     QString shownText;
-    QTimer::singleShot(0, [&] {
-        testutil::waitUntil([] { return QApplication::activeModalWidget() != nullptr; }, 2s);
-        if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
-            shownText = box->text();
-            box->accept();
-        }
-    });
-    QTest::mouseClick(buttonTitled(QStringLiteral("Open System Settings")), Qt::LeftButton);
-    EXPECT_EQ(openSettingsCalls, 1);
-    EXPECT_EQ(shownText, QStringLiteral("No accessibility settings were found on this desktop."));
+    for (const bool exists : {true, false}) {
+        settingsToolExists = exists;
+        QTimer::singleShot(0, [&] {
+            testutil::waitUntil([] { return QApplication::activeModalWidget() != nullptr; }, 1s);
+            if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+                shownText = box->text();
+                box->accept();
+            }
+        });
+        QTest::mouseClick(open, Qt::LeftButton);
+        EXPECT_EQ(shownText,
+                  exists ? QString()
+                         : QStringLiteral("No accessibility settings were found on this desktop."));
+    }
+    EXPECT_EQ(openSettingsCalls, 2);
 }
 
 TEST_F(SettingsViewTest, TheKeystrokeProblemShowsWithItsAllowButtonUntilCleared) {

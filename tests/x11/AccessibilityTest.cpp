@@ -132,14 +132,7 @@ protected:
 TEST_F(AccessibilityTest, MousepadSelectionIsReadWithItsRangeAndScreenBounds) {
     auto mousepad = x11test::startMousepad(sampleText);
     ASSERT_NE(mousepad, nullptr);
-    // Select "quick brown" the way a user would.
-    QStringList keys{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("10"),
-                     QStringLiteral("ctrl+Home")};
-    for (int i = 0; i < 4; ++i)
-        keys << QStringLiteral("Right");
-    for (int i = 0; i < 11; ++i)
-        keys << QStringLiteral("shift+Right");
-    x11test::xdotool(keys);
+    x11test::selectWithKeys(4, 11); // "quick brown"
     expectSelectionStory(mousepad->pid(), QStringLiteral("text"));
 }
 

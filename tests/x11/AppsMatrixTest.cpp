@@ -48,18 +48,6 @@ const DesktopApp apps[] = {
     {"LibreOffice Writer", {"soffice", "--writer", "--norestore", "--nologo", "FILE"}},
 };
 
-// Runs `work` on a thread of its own, as the trigger flow does, while this (GUI) thread keeps
-// serving the clipboard.
-template <typename Work> void offMainThread(Work work) {
-    std::atomic<bool> done{false};
-    std::thread worker([&] {
-        work();
-        done = true;
-    });
-    testutil::waitUntil([&] { return done.load(); }, 30s);
-    worker.join();
-}
-
 class AppsMatrixTest : public ::testing::TestWithParam<DesktopApp> {
 protected:
     // As Mendwise starts: accessibility switched on, applications started afterwards, none
@@ -91,14 +79,6 @@ protected:
         if (!testutil::waitUntil([] { return x11test::activeWindowPid() > 0; }, 60s))
             return nullptr;
         return process;
-    }
-
-    std::optional<QString> focusedText(std::int32_t pid, const char* attribute) {
-        const auto focused = accessibility.copyAttributeValue(accessibility.createApplication(pid),
-                                                              axattr::focusedUIElement);
-        if (focused.error != ax::success)
-            return std::nullopt;
-        return axString(accessibility.copyAttributeValue(focused.value, attribute).value);
     }
 
     freedesktop::AtspiAccessibility accessibility;
@@ -145,7 +125,7 @@ TEST_P(AppsMatrixTest, SelectionReadAnchoredAndReplacedThroughAccessibility) {
         std::optional<QString> line;
         EXPECT_TRUE(testutil::waitUntil([&] {
             x11test::xdotool({QStringLiteral("key"), QStringLiteral("shift+Home")});
-            line = focusedText(pid, axattr::selectedText);
+            line = x11test::focusedText(accessibility, pid, axattr::selectedText);
             x11test::xdotool({QStringLiteral("key"), QStringLiteral("End")});
             return line && line->size() > sentence.size() - 4 && sentence.startsWith(*line);
         })) << "before the anchor: "
@@ -153,10 +133,13 @@ TEST_P(AppsMatrixTest, SelectionReadAnchoredAndReplacedThroughAccessibility) {
     }
 
     selectFirstLine();
-    offMainThread([&] { service.pasteText(answer, std::stop_token()); });
+    x11test::offMainThread([&] {
+        service.pasteText(answer, std::stop_token());
+        return true;
+    });
     std::optional<QString> after;
     EXPECT_TRUE(testutil::waitUntil([&] {
-        after = focusedText(pid, "AXValue");
+        after = x11test::focusedText(accessibility, pid);
         return after && after->startsWith(answer) && !after->contains(sentence);
     })) << "document: "
         << after.value_or(QStringLiteral("nothing")).toStdString();

@@ -56,6 +56,38 @@ QString activeWindowId() {
         .trimmed();
 }
 
+std::optional<QString> pastedElsewhere(const QString& selection) {
+    return run(QStringLiteral("xclip"),
+               {QStringLiteral("-o"), QStringLiteral("-selection"), selection});
+}
+
+void selectWithKeys(int start, int length) {
+    QStringList keys{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("10"),
+                     QStringLiteral("ctrl+Home")};
+    for (int i = 0; i < start; ++i)
+        keys << QStringLiteral("Right");
+    for (int i = 0; i < length; ++i)
+        keys << QStringLiteral("shift+Right");
+    xdotool(keys);
+}
+
+const Terminal xterm{"xterm",
+                     {QStringLiteral("xterm"), QStringLiteral("-geometry"),
+                      QStringLiteral("80x10+0+0"), QStringLiteral("-e")}};
+const Terminal st{"st",
+                  {QStringLiteral("stterm"), QStringLiteral("-g"), QStringLiteral("80x10+0+0"),
+                   QStringLiteral("-e")}};
+const Terminal urxvt{"urxvt",
+                     {QStringLiteral("urxvt"), QStringLiteral("-geometry"),
+                      QStringLiteral("80x10+0+0"), QStringLiteral("-e")}};
+
+void selectFirstTerminalWord() {
+    xdotool({QStringLiteral("mousemove"), QStringLiteral("--window"), activeWindowId(),
+             QStringLiteral("20"), QStringLiteral("8"), QStringLiteral("click"),
+             QStringLiteral("--repeat"), QStringLiteral("2"), QStringLiteral("--delay"),
+             QStringLiteral("80"), QStringLiteral("1")});
+}
+
 App::App(const QString& program, const QStringList& arguments) {
     process_.setProcessChannelMode(QProcess::SeparateChannels);
     process_.setStandardErrorFile(QProcess::nullDevice());

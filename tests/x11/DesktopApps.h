@@ -1,11 +1,17 @@
 #pragma once
 
+#include "platform/Accessibility.h"
+#include "tests/common/TestUtil.h"
+
 #include <QProcess>
 #include <QString>
 #include <QStringList>
+#include <atomic>
 #include <chrono>
+#include <exception>
 #include <memory>
 #include <optional>
+#include <thread>
 
 // Real X clients for the X11 tests, each torn down (terminated, then killed) when its object
 // goes, and small helpers around the X tools of the test desktop.
@@ -26,6 +32,52 @@ void xdotool(const QStringList& arguments);
 qint64 activeWindowPid();
 // The active window's id, for xdotool --window.
 QString activeWindowId();
+// What other clients paste from the X selection `selection` ("clipboard" or "primary").
+std::optional<QString> pastedElsewhere(const QString& selection = QStringLiteral("clipboard"));
+// Selects `length` characters from `start` on the first line of the active editor with keys, as
+// a user would.
+void selectWithKeys(int start, int length);
+
+// A terminal emulator under test: its command up to the option that runs a program.
+struct Terminal {
+    const char* name;
+    QStringList command;
+};
+extern const Terminal xterm, st, urxvt;
+// Double-clicks the first word the terminal in front shows.
+void selectFirstTerminalWord();
+
+// The text under `attribute` of the focused element of `pid`, through accessibility.
+inline std::optional<QString> focusedText(platform::AccessibilityPort& accessibility, qint64 pid,
+                                          const char* attribute = "AXValue") {
+    const auto focused = accessibility.copyAttributeValue(
+        accessibility.createApplication(static_cast<std::int32_t>(pid)),
+        platform::axattr::focusedUIElement);
+    if (focused.error != platform::ax::success)
+        return std::nullopt;
+    return platform::axString(accessibility.copyAttributeValue(focused.value, attribute).value);
+}
+
+// Runs `work` on a thread of its own, as the trigger flow does, while this (GUI) thread keeps
+// serving the clipboard; rethrows what it threw.
+template <typename Work> auto offMainThread(Work work) {
+    std::optional<decltype(work())> result;
+    std::exception_ptr error;
+    std::atomic<bool> done{false};
+    std::thread worker([&] {
+        try {
+            result.emplace(work());
+        } catch (...) {
+            error = std::current_exception();
+        }
+        done = true;
+    });
+    testutil::waitUntil([&] { return done.load(); }, 30s);
+    worker.join();
+    if (error)
+        std::rethrow_exception(error);
+    return *result;
+}
 
 class App {
 public:

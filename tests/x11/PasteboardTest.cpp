@@ -13,12 +13,7 @@ using platform::x11::X11Pasteboard;
 
 namespace {
 
-// What another client pastes from CLIPBOARD; none when there is no text.
-std::optional<QString> pastedElsewhere() {
-    return x11test::run(
-        QStringLiteral("xclip"),
-        {QStringLiteral("-o"), QStringLiteral("-selection"), QStringLiteral("clipboard")});
-}
+using x11test::pastedElsewhere;
 
 // The flavours another client is offered; none when nobody owns CLIPBOARD.
 QStringList offeredElsewhere() {

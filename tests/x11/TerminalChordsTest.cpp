@@ -14,12 +14,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-struct Terminal {
-    const char* name;
-    QStringList command; // up to the option that runs a program
-};
-
-class TerminalChordsTest : public ::testing::TestWithParam<Terminal> {
+class TerminalChordsTest : public ::testing::TestWithParam<x11test::Terminal> {
 protected:
     x11::X11KeyboardEvents keyboard;
     x11::X11Pasteboard pasteboard;
@@ -34,15 +29,10 @@ TEST_P(TerminalChordsTest, CopyAndPasteUseTheTerminalsOwnChordsNeverCtrlC) {
     const auto pid = static_cast<std::int32_t>(terminal->pid());
 
     // Select the word the sentinel printed on the first row, as a user would.
-    x11test::xdotool({QStringLiteral("mousemove"), QStringLiteral("--window"),
-                      x11test::activeWindowId(), QStringLiteral("20"), QStringLiteral("8"),
-                      QStringLiteral("click"), QStringLiteral("--repeat"), QStringLiteral("2"),
-                      QStringLiteral("--delay"), QStringLiteral("80"), QStringLiteral("1")});
+    x11test::selectFirstTerminalWord();
     // Terminals differ in what a double click takes; what they hold on PRIMARY is the selection.
     const QString selected =
-        x11test::run(QStringLiteral("xclip"), {QStringLiteral("-o"), QStringLiteral("-selection"),
-                                               QStringLiteral("primary")})
-            .value_or(QString());
+        x11test::pastedElsewhere(QStringLiteral("primary")).value_or(QString());
     ASSERT_TRUE(selected.startsWith(QLatin1String("sentinelword"))) << selected.toStdString();
     pasteboard.clearContents();
     x11test::postChord(keyboard, x11test::keyC, eventflags::command, pid);
@@ -66,15 +56,6 @@ TEST_P(TerminalChordsTest, CopyAndPasteUseTheTerminalsOwnChordsNeverCtrlC) {
         [&] { return x11test::readFile(report).contains(QLatin1String("SIGINT")); }));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Terminals, TerminalChordsTest,
-    ::testing::Values(Terminal{"xterm",
-                               {QStringLiteral("xterm"), QStringLiteral("-geometry"),
-                                QStringLiteral("80x10+0+0"), QStringLiteral("-e")}},
-                      Terminal{"st",
-                               {QStringLiteral("stterm"), QStringLiteral("-g"),
-                                QStringLiteral("80x10+0+0"), QStringLiteral("-e")}},
-                      Terminal{"urxvt",
-                               {QStringLiteral("urxvt"), QStringLiteral("-geometry"),
-                                QStringLiteral("80x10+0+0"), QStringLiteral("-e")}}),
-    [](const ::testing::TestParamInfo<Terminal>& param) { return std::string(param.param.name); });
+INSTANTIATE_TEST_SUITE_P(Terminals, TerminalChordsTest,
+                         ::testing::Values(x11test::xterm, x11test::st, x11test::urxvt),
+                         [](const auto& param) { return std::string(param.param.name); });

@@ -30,62 +30,21 @@ namespace {
 
 const QString sampleText = QStringLiteral("The quick brown fox jumps over the lazy dog");
 
-// Runs `work` on a thread of its own, as the trigger flow does, while this (GUI) thread keeps
-// serving the clipboard; rethrows what it threw.
-template <typename Work> auto offMainThread(Work work) {
-    using Result = decltype(work());
-    std::optional<Result> result;
-    std::exception_ptr error;
-    std::atomic<bool> done{false};
-    std::thread worker([&] {
-        try {
-            result.emplace(work());
-        } catch (...) {
-            error = std::current_exception();
-        }
-        done = true;
-    });
-    testutil::waitUntil([&] { return done.load(); }, 30s);
-    worker.join();
-    if (error)
-        std::rethrow_exception(error);
-    return *result;
-}
-
-void selectQuickBrownInMousepad() {
-    QStringList keys{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("10"),
-                     QStringLiteral("ctrl+Home")};
-    for (int i = 0; i < 4; ++i)
-        keys << QStringLiteral("Right");
-    for (int i = 0; i < 11; ++i)
-        keys << QStringLiteral("shift+Right");
-    x11test::xdotool(keys);
-}
-
 class TextServiceTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(accessibility.setAccessibilityEnabled(true)); }
 
     QString copySelection() {
-        return offMainThread([this] {
+        return x11test::offMainThread([this] {
             return service.copySelectedText(workspace.frontmostApplication(), std::stop_token());
         });
     }
 
     void paste(const QString& text) {
-        offMainThread([&] {
+        x11test::offMainThread([&] {
             service.pasteText(text, std::stop_token());
             return true;
         });
-    }
-
-    // The text of the focused control of `pid`, through accessibility.
-    std::optional<QString> editorText(qint64 pid) {
-        const auto app = accessibility.createApplication(static_cast<std::int32_t>(pid));
-        const auto focused = accessibility.copyAttributeValue(app, axattr::focusedUIElement);
-        if (focused.error != ax::success)
-            return std::nullopt;
-        return axString(accessibility.copyAttributeValue(focused.value, "AXValue").value);
     }
 
     freedesktop::AtspiAccessibility accessibility;
@@ -103,7 +62,7 @@ TEST_F(TextServiceTest, SelectionsAreReadThroughAccessibilityWithoutTouchingTheC
     {
         auto mousepad = x11test::startMousepad(sampleText);
         ASSERT_NE(mousepad, nullptr);
-        selectQuickBrownInMousepad();
+        x11test::selectWithKeys(4, 11);
         support::LogCapture log;
         EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
         EXPECT_GE(log.indexOf(QStringLiteral(
@@ -185,7 +144,7 @@ TEST_F(TextServiceTest, WithoutAccessibilityTheSelectionIsCopiedWithAKeystroke) 
     {
         auto mousepad = x11test::startMousepad(sampleText);
         ASSERT_NE(mousepad, nullptr);
-        selectQuickBrownInMousepad();
+        x11test::selectWithKeys(4, 11);
         support::LogCapture log;
         EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
         EXPECT_GE(log.indexOfPrefix(QStringLiteral("[TextSelectionService] AX: ❌ NOT TRUSTED")), 0);
@@ -211,12 +170,12 @@ TEST_F(TextServiceTest, PastedTextReplacesTheSelection) {
     {
         auto mousepad = x11test::startMousepad(sampleText);
         ASSERT_NE(mousepad, nullptr);
-        selectQuickBrownInMousepad();
+        x11test::selectWithKeys(4, 11);
         paste(QStringLiteral("slow red"));
         EXPECT_TRUE(testutil::waitUntil([&] {
-            return editorText(mousepad->pid()) ==
+            return x11test::focusedText(accessibility, mousepad->pid()) ==
                    QStringLiteral("The slow red fox jumps over the lazy dog");
-        })) << editorText(mousepad->pid()).value_or(QStringLiteral("<none>")).toStdString();
+        }));
     }
     auto editor = x11test::startQtTextApp(sampleText, 4, 11);
     ASSERT_NE(editor, nullptr);
@@ -232,10 +191,7 @@ TEST_F(TextServiceTest, PastedTextReplacesTheSelection) {
                               .bundleIdentifier.value_or(QStringLiteral("nil"))),
               0);
     // The pasted text stays on the clipboard, served by this process.
-    EXPECT_EQ(
-        x11test::run(QStringLiteral("xclip"), {QStringLiteral("-o"), QStringLiteral("-selection"),
-                                               QStringLiteral("clipboard")}),
-        QStringLiteral("speedy 🦊"));
+    EXPECT_EQ(x11test::pastedElsewhere(), QStringLiteral("speedy 🦊"));
 }
 
 TEST_F(TextServiceTest, AFailedCopyPutsTheUsersClipboardBack) {
@@ -257,10 +213,7 @@ TEST_F(TextServiceTest, AFailedCopyPutsTheUsersClipboardBack) {
                   "[TextSelectionService] ↩️ Restored previous pasteboard contents")),
               0);
     EXPECT_EQ(pasteboard.string(), QStringLiteral("the user's clipboard"));
-    EXPECT_EQ(
-        x11test::run(QStringLiteral("xclip"), {QStringLiteral("-o"), QStringLiteral("-selection"),
-                                               QStringLiteral("clipboard")}),
-        QStringLiteral("the user's clipboard"));
+    EXPECT_EQ(x11test::pastedElsewhere(), QStringLiteral("the user's clipboard"));
 }
 
 TEST_F(TextServiceTest, AClipboardManagerRefillingTheClipboardIsNotTakenForTheSelection) {
@@ -294,18 +247,11 @@ TEST_F(TextServiceTest, AClipboardManagerRefillingTheClipboardIsNotTakenForTheSe
 
 TEST_F(TextServiceTest, TerminalsAreCopiedFromAndPastedIntoWithoutAnInterrupt) {
     const QString report = QDir::home().filePath(QStringLiteral("service-sentinel.txt"));
-    for (const QStringList& command :
-         {QStringList{QStringLiteral("xterm"), QStringLiteral("-geometry"),
-                      QStringLiteral("80x10+0+0"), QStringLiteral("-e")},
-          QStringList{QStringLiteral("stterm"), QStringLiteral("-g"), QStringLiteral("80x10+0+0"),
-                      QStringLiteral("-e")}}) {
-        SCOPED_TRACE(command.first().toStdString());
-        auto terminal = x11test::startTerminal(command, report);
+    for (const x11test::Terminal* emulator : {&x11test::xterm, &x11test::st}) {
+        SCOPED_TRACE(emulator->name);
+        auto terminal = x11test::startTerminal(emulator->command, report);
         ASSERT_NE(terminal, nullptr);
-        x11test::xdotool({QStringLiteral("mousemove"), QStringLiteral("--window"),
-                          x11test::activeWindowId(), QStringLiteral("20"), QStringLiteral("8"),
-                          QStringLiteral("click"), QStringLiteral("--repeat"), QStringLiteral("2"),
-                          QStringLiteral("--delay"), QStringLiteral("80"), QStringLiteral("1")});
+        x11test::selectFirstTerminalWord();
         EXPECT_TRUE(copySelection().startsWith(QLatin1String("sentinelword")));
         paste(QStringLiteral("pasted by the service"));
         x11test::xdotool({QStringLiteral("key"), QStringLiteral("Return")});
