@@ -233,6 +233,7 @@ void AppDelegate::openSettings() {
         auto* view = new ui::SettingsView(settings_, *desktop_.workspace, *desktop_.accessibility,
                                           Hotkeys::triggerMendwise());
         view->generalTab()->setAccessibilityNotice(accessibilityNotice_);
+        view->generalTab()->setKeystrokeProblem(keystrokeProblem_, keystrokeRetry_);
         layout->addWidget(view);
         settingsWindow_->setFixedSize(450, 340);
         if (const QScreen* screen = QGuiApplication::primaryScreen()) {
@@ -244,6 +245,15 @@ void AppDelegate::openSettings() {
     settingsWindow_->show();
     settingsWindow_->raise();
     settingsWindow_->activateWindow();
+}
+
+void AppDelegate::setKeystrokeProblem(const QString& text, std::function<void()> retry) {
+    keystrokeProblem_ = text;
+    keystrokeRetry_ = std::move(retry);
+    if (settingsWindow_) {
+        if (auto* view = settingsWindow_->findChild<ui::SettingsView*>())
+            view->generalTab()->setKeystrokeProblem(keystrokeProblem_, keystrokeRetry_);
+    }
 }
 
 // --- Trigger ----------------------------------------------------------------------------------

@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QUrl>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stop_token>
@@ -101,6 +102,9 @@ public:
     [[nodiscard]] QSystemTrayIcon* statusItem() const { return statusItem_.get(); }
     [[nodiscard]] HotkeyManager* hotkeyManager() const { return hotkeyManager_.get(); }
     [[nodiscard]] const QString& accessibilityNotice() const { return accessibilityNotice_; }
+    // Why keystrokes cannot reach other applications (empty when they can), and how to ask
+    // again; shown in the settings window.
+    void setKeystrokeProblem(const QString& text, std::function<void()> retry);
 
 Q_SIGNALS:
     // After showPicker has put a fresh picker into the panel and shown it.
@@ -129,6 +133,8 @@ private:
     support::Observation iconVisibilityObserver_;
     // Said once at start and in the settings window when Mendwise switched accessibility on.
     QString accessibilityNotice_;
+    QString keystrokeProblem_;
+    std::function<void()> keystrokeRetry_;
 };
 
 } // namespace app

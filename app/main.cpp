@@ -10,6 +10,7 @@
 #include "platform/freedesktop/QtScreens.h"
 #include "platform/freedesktop/XdgAutostartLoginItem.h"
 #include "platform/wayland/PortalGlobalShortcuts.h"
+#include "platform/wayland/PortalRemoteDesktop.h"
 #include "platform/wayland/UnavailableHotKeys.h"
 #include "platform/wayland/VirtualKeyboard.h"
 #include "platform/wayland/WaylandKeyboardEvents.h"
@@ -29,7 +30,9 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+#include <QSaveFile>
 #include <QSocketNotifier>
 #include <QSystemTrayIcon>
 #include <csignal>
@@ -100,8 +103,30 @@ std::shared_ptr<platform::wayland::WaylandKeyboardEvents> makeWaylandKeyboardEve
     using namespace platform::wayland;
     std::unique_ptr<KeystrokeChannel> channel;
     if (auto keyboard = std::make_unique<VirtualKeyboard>();
-        keyboard->state() == KeystrokeChannel::State::ready)
+        keyboard->state() == KeystrokeChannel::State::ready) {
         channel = std::move(keyboard);
+    } else if (PortalRemoteDesktop::available()) {
+        // The desktop asks once; its restore token spares the question at later starts.
+        QString stateHome = qEnvironmentVariable("XDG_STATE_HOME");
+        if (stateHome.isEmpty())
+            stateHome = QDir::homePath() + QStringLiteral("/.local/state");
+        const QString tokenFile = stateHome + u'/' + QString::fromLatin1(mendwise::build::appId) +
+                                  QStringLiteral("/remote-desktop-token");
+        channel = std::make_unique<PortalRemoteDesktop>(
+            [tokenFile] {
+                QFile file(tokenFile);
+                return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll().trimmed())
+                                                      : QString();
+            },
+            [tokenFile](const QString& token) {
+                QDir().mkpath(QFileInfo(tokenFile).path());
+                QSaveFile file(tokenFile);
+                if (file.open(QIODevice::WriteOnly)) {
+                    file.write(token.toUtf8());
+                    file.commit();
+                }
+            });
+    }
     if (channel) {
         support::log(QStringLiteral("[TextSelectionService] ⌨️ Keystrokes through ") +
                      channel->name());
@@ -273,6 +298,22 @@ int main(int argc, char** argv) {
     // Keys typed while the panel has the focus would reach the panel: it steps aside for them.
     if (waylandKeys) {
         const QPointer<app::AppDelegate> self(&delegate);
+        if (auto* portal =
+                dynamic_cast<platform::wayland::PortalRemoteDesktop*>(waylandKeys->channel())) {
+            using State = platform::wayland::KeystrokeChannel::State;
+            portal->setStateObserver([self, portal](State state) {
+                if (!self)
+                    return;
+                const bool allowed = state == State::ready;
+                self->setKeystrokeProblem(
+                    allowed ? QString() : platform::wayland::PortalRemoteDesktop::notAllowedText,
+                    [portal] { portal->start(); });
+                if (state == State::refused)
+                    support::log(QStringLiteral("[TextSelectionService] ⚠️ The desktop did not "
+                                                "let Mendwise type into other applications"));
+            });
+            portal->start();
+        }
         waylandKeys->setFocusHandOff({[self] { app::AppDelegate::stepAsideForKeystroke(self); },
                                       [self] { app::AppDelegate::comeBackAfterKeystroke(self); }});
     }
