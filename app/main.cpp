@@ -186,8 +186,15 @@ app::Desktop makeDesktop(bool wayland) {
                                     "cannot use the clipboard (install the wl-clipboard "
                                     "package)."));
     }
+    auto pasteboard = std::make_shared<wayland::WaylandPasteboard>();
+    auto keyboardEvents = makeWaylandKeyboardEvents();
+    // Whose copy the clipboard holds, where the compositor lets Mendwise watch it.
+    if (pasteboard->watchChanges()) {
+        keyboardEvents->setKeystrokeObserver(
+            [pasteboard = pasteboard.get()](std::int32_t pid) { pasteboard->noteKeystroke(pid); });
+    }
     app::Desktop desktop{
-        accessibility, std::make_shared<wayland::WaylandPasteboard>(), makeWaylandKeyboardEvents(),
+        accessibility, pasteboard, keyboardEvents,
         std::make_shared<wayland::WaylandWorkspace>(accessibility),
         std::make_shared<freedesktop::QtScreens>(freedesktop::QtScreens::Pointer::unknown)};
     desktop.replaceThroughAccessibility = true;

@@ -41,6 +41,7 @@ struct WaylandKeyboardEvents::Impl {
     Options options;
     std::mutex mutex; // one event at a time
     FocusHandOff handOff;
+    std::function<void(std::int32_t)> keystrokeObserver;
     std::map<std::uint16_t, PressedChord> pending;
     QString keymapText;
     std::unique_ptr<XkbKeymap> keymap;
@@ -88,12 +89,12 @@ struct WaylandKeyboardEvents::Impl {
         const auto waitMs = static_cast<int>(options.prepareWait.count());
         if (flags && keysym && channel->prepare(waitMs) == KeystrokeChannel::State::ready) {
             if (XkbKeymap* map = currentKeymap())
-                chord = press(*map, *keysym, *flags);
+                chord = press(*map, *keysym, *flags, pid.value_or(-1));
         }
         pending[event.virtualKey] = std::move(chord);
     }
 
-    PressedChord press(XkbKeymap& map, std::uint32_t keysym, CGEventFlags flags) {
+    PressedChord press(XkbKeymap& map, std::uint32_t keysym, CGEventFlags flags, std::int32_t pid) {
         PressedChord chord;
         const auto key = map.locate(keysym);
         if (!key)
@@ -118,6 +119,8 @@ struct WaylandKeyboardEvents::Impl {
             handOff.stepAside();
             chord.steppedAside = true;
         }
+        if (keystrokeObserver)
+            keystrokeObserver(pid);
         channel->chooseLayout(key->layout);
         for (const std::uint32_t code : codes) {
             if (!channel->sendKey(code, true))
@@ -181,6 +184,11 @@ WaylandKeyboardEvents::~WaylandKeyboardEvents() {
 void WaylandKeyboardEvents::setFocusHandOff(FocusHandOff handOff) {
     const std::lock_guard lock(d_->mutex);
     d_->handOff = std::move(handOff);
+}
+
+void WaylandKeyboardEvents::setKeystrokeObserver(std::function<void(std::int32_t)> observer) {
+    const std::lock_guard lock(d_->mutex);
+    d_->keystrokeObserver = std::move(observer);
 }
 
 KeystrokeChannel* WaylandKeyboardEvents::channel() const {

@@ -50,6 +50,9 @@ public:
     WaylandKeyboardEvents& operator=(const WaylandKeyboardEvents&) = delete;
 
     void setFocusHandOff(FocusHandOff handOff);
+    // Told, on the calling thread, of each chord about to be typed and the process it is for
+    // (-1 when unknown): the clipboard learns whose copy comes next.
+    void setKeystrokeObserver(std::function<void(std::int32_t pid)> observer);
     // None without a channel.
     [[nodiscard]] KeystrokeChannel* channel() const;
 

@@ -2,7 +2,17 @@
 
 #include <QProcess>
 #include <QStandardPaths>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <mutex>
 #include <optional>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+extern char** environ; // NOLINT(readability-redundant-declaration): posix_spawn's environment
 
 namespace platform::wayland {
 
@@ -43,6 +53,108 @@ Run run(const QString& program, const QStringList& arguments,
 }
 
 } // namespace
+
+struct WaylandPasteboard::Watcher {
+    pid_t child = -1;
+    int readEnd = -1;
+    std::thread reader;
+    std::atomic<bool> watching{false};
+    std::atomic<std::int64_t> seen{0}; // changes the watcher reported
+    std::mutex mutex;
+    std::optional<std::int32_t> keystrokePid;
+    std::int64_t seenAtKeystroke = 0;
+
+    Watcher() = default;
+    Watcher(const Watcher&) = delete;
+    Watcher& operator=(const Watcher&) = delete;
+
+    ~Watcher() {
+        if (child > 0) {
+            kill(child, SIGTERM);
+            waitpid(child, nullptr, 0);
+        }
+        if (reader.joinable())
+            reader.join();
+        if (readEnd >= 0)
+            close(readEnd);
+    }
+
+    bool start() {
+        int fds[2];
+        if (pipe2(fds, O_CLOEXEC) != 0)
+            return false;
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        // One line per change. The command takes in what changed, or wl-paste could die
+        // writing to a command that left without reading it.
+        char wlPaste[] = "wl-paste";
+        char watch[] = "--watch";
+        char shell[] = "sh";
+        char dashC[] = "-c";
+        char script[] = "cat >/dev/null; echo";
+        char* argv[] = {wlPaste, watch, shell, dashC, script, nullptr};
+        const int spawned = posix_spawnp(&child, "wl-paste", &actions, nullptr, argv, environ);
+        posix_spawn_file_actions_destroy(&actions);
+        close(fds[1]);
+        readEnd = fds[0];
+        if (spawned != 0) {
+            child = -1;
+            return false;
+        }
+        watching = true;
+        reader = std::thread([this] {
+            char buffer[256];
+            for (;;) {
+                const ssize_t n = read(readEnd, buffer, sizeof buffer);
+                if (n < 0 && errno == EINTR)
+                    continue;
+                if (n <= 0)
+                    break;
+                for (ssize_t i = 0; i < n; ++i) {
+                    if (buffer[i] == '\n')
+                        ++seen;
+                }
+            }
+            // Without data-control wl-paste refuses to watch and ends at once.
+            watching = false;
+        });
+        return true;
+    }
+};
+
+WaylandPasteboard::WaylandPasteboard(int timeoutMs) : timeoutMs_(timeoutMs) {}
+
+WaylandPasteboard::~WaylandPasteboard() = default;
+
+bool WaylandPasteboard::watchChanges() {
+    if (watcher_)
+        return watcher_->watching;
+    watcher_ = std::make_unique<Watcher>();
+    if (!watcher_->start()) {
+        watcher_.reset();
+        return false;
+    }
+    return true;
+}
+
+void WaylandPasteboard::noteKeystroke(std::int32_t pid) {
+    if (!watcher_)
+        return;
+    const std::lock_guard lock(watcher_->mutex);
+    watcher_->keystrokePid = pid;
+    watcher_->seenAtKeystroke = watcher_->seen;
+}
+
+std::optional<std::int32_t> WaylandPasteboard::ownerProcess() {
+    if (!watcher_ || !watcher_->watching)
+        return std::nullopt;
+    const std::lock_guard lock(watcher_->mutex);
+    if (!watcher_->keystrokePid)
+        return std::nullopt;
+    return watcher_->seen > watcher_->seenAtKeystroke ? *watcher_->keystrokePid : -1;
+}
 
 bool WaylandPasteboard::available() {
     return !QStandardPaths::findExecutable(QStringLiteral("wl-copy")).isEmpty() &&

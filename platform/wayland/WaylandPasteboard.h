@@ -3,6 +3,7 @@
 #include "platform/Pasteboard.h"
 
 #include <atomic>
+#include <memory>
 
 // The clipboard under Wayland, through wl-clipboard's wl-copy and wl-paste. Only the focused
 // client may use the core clipboard protocol; wl-clipboard speaks the data-control protocol
@@ -14,9 +15,18 @@
 // and refuses writes.
 namespace platform::wayland {
 
+//
+// Owners: Wayland tells no client who owns the clipboard. Where the compositor offers the
+// data-control protocol, a watcher (wl-paste --watch) sees every change, whoever makes it; with
+// the keystrokes noted by noteKeystroke, what changed after a keystroke is taken to be the copy
+// of the application it went to, and what changed only before it (a clipboard manager refilling
+// the emptied clipboard) is nobody's. Without the watcher, owners are unknown.
 class WaylandPasteboard final : public PasteboardPort {
 public:
-    explicit WaylandPasteboard(int timeoutMs = 1500) : timeoutMs_(timeoutMs) {}
+    explicit WaylandPasteboard(int timeoutMs = 1500);
+    ~WaylandPasteboard() override;
+    WaylandPasteboard(const WaylandPasteboard&) = delete;
+    WaylandPasteboard& operator=(const WaylandPasteboard&) = delete;
 
     std::optional<QString> string() override;
     void clearContents() override;
@@ -24,6 +34,12 @@ public:
     // Counts the changes made through this port; other clients' changes are not seen.
     std::int64_t changeCount() override;
     QStringList types() override;
+    std::optional<std::int32_t> ownerProcess() override;
+
+    // Starts the watcher; false where the compositor does not let it watch.
+    bool watchChanges();
+    // A keystroke is about to go to process `pid` (-1: to whatever has the focus).
+    void noteKeystroke(std::int32_t pid);
 
     // Whether wl-copy and wl-paste are installed.
     static bool available();
@@ -31,6 +47,8 @@ public:
 private:
     int timeoutMs_;
     std::atomic<std::int64_t> changes_{0};
+    struct Watcher;
+    std::unique_ptr<Watcher> watcher_;
 };
 
 } // namespace platform::wayland

@@ -95,10 +95,16 @@ NO_AT_BRIDGE=1 mousepad "$work/plain.txt" >"$work/mousepad-plain.log" 2>&1 &
 pids+=($!)
 wait_for 20 focused_is mousepad || { echo "mousepad without accessibility did not come up"; exit 1; }
 "$keys" ctrl+a
+# A clipboard manager that refills an emptied clipboard with its last entry: that entry must
+# not pass for the editor's copy.
+(while :; do wl-paste -n >/dev/null 2>&1 || printf 'stale entry' | wl-copy; sleep 0.02; done) &
+refiller=$!
+pids+=("$refiller")
 pastes=$(log_count '[TextSelectionService] ✅ pasteText END')
 trigger
 wtype -k Return
 wait_for 10 pastes_more_than "$pastes"
+kill "$refiller"
 check "a keystroke copied the selection" log_has '✅ copySelectedText SUCCESS — 21 chars'
 check "a keystroke pasted the answer" log_has '🛣 Paste road: keystroke'
 wait_for 10 panel_hidden
