@@ -181,6 +181,14 @@ QString TextSelectionService::copyViaKeystroke(const std::optional<RunningApplic
         say(QStringLiteral("⌨️ Posting Cmd+C via CGEvent to PID ") +
             QString::number(sourceApp ? sourceApp->processIdentifier : -1) + QStringLiteral("..."));
         postCommandKeystroke(keyCodeC, sourceApp);
+        // The desktop may have been asked only now, and said no: no copy will come.
+        if (!canPostKeystrokes()) {
+            if (saved)
+                restorePasteboard(*saved);
+            say(QStringLiteral("❌ No synthetic copy: the desktop did not let Mendwise type"));
+            support::log(separator());
+            throw TextSelectionError(TextSelectionError::noAccessibleText);
+        }
 
         const auto deadline = std::chrono::steady_clock::now() + copyDeadline;
         while (std::chrono::steady_clock::now() < deadline) {
@@ -245,6 +253,10 @@ void TextSelectionService::pasteText(const QString& text, const std::stop_token&
     say(QStringLiteral("⌨️ Posting Cmd+V to: ") +
         orNil(front ? front->bundleIdentifier : std::nullopt));
     postCommandKeystroke(keyCodeV, front);
+    if (!canPostKeystrokes()) {
+        say(QStringLiteral("🛣 Paste road: none — the answer stays on the clipboard"));
+        throw TextSelectionError(TextSelectionError::answerOnClipboard);
+    }
     say(QStringLiteral("✅ pasteText END"));
 }
 

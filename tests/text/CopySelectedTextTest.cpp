@@ -1,3 +1,4 @@
+#include "platform/wayland/WaylandKeyboardEvents.h"
 #include "support/Error.h"
 #include "tests/text/TextExchangeFixture.h"
 #include "text/TextSelectionError.h"
@@ -412,4 +413,42 @@ TEST_F(TextExchangeTest, WithoutKeystrokesNoCopyIsAttemptedAndTheClipboardIsKept
     }
     EXPECT_EQ(desktop.string(), QStringLiteral("the user's"));
     EXPECT_TRUE(desktop.postedEvents().empty());
+}
+
+// A Wayland desktop that asks the user only when the first key goes out, and is told no: one
+// clear failure for the copy and for the paste, the clipboard kept, no key typed.
+TEST_F(TextExchangeTest, APermissionRefusedAtTheFirstKeystrokeEndsWithoutTyping) {
+    class RefusingChannel final : public platform::wayland::KeystrokeChannel {
+    public:
+        bool sendKey(std::uint32_t, bool) override { return ++sent, true; }
+        State prepare(int) override { return state_ = State::refused; }
+        [[nodiscard]] State state() const override { return state_; }
+        [[nodiscard]] QString name() const override { return QStringLiteral("refusing"); }
+        int sent = 0;
+
+    private:
+        State state_ = State::needsPermission;
+    };
+    for (const bool copy : {true, false}) {
+        auto channel = std::make_unique<RefusingChannel>();
+        RefusingChannel& refusing = *channel;
+        platform::wayland::WaylandKeyboardEvents keys(std::move(channel));
+        TextSelectionService wayland{desktop, desktop, keys, desktop};
+        desktop.setFocusedElement(editorPid, false);
+        desktop.setString(QStringLiteral("the user's"));
+        try {
+            inBackground([&] {
+                if (copy)
+                    wayland.copySelectedText(editor, {});
+                else
+                    wayland.pasteText(QStringLiteral("answer"), {});
+            });
+            ADD_FAILURE() << "a refused desktop let the " << (copy ? "copy" : "paste") << " pass";
+        } catch (const TextSelectionError& error) {
+            EXPECT_EQ(error.errorCase(), copy ? TextSelectionError::noAccessibleText
+                                              : TextSelectionError::answerOnClipboard);
+        }
+        EXPECT_EQ(desktop.string(), copy ? QStringLiteral("the user's") : QStringLiteral("answer"));
+        EXPECT_EQ(refusing.sent, 0);
+    }
 }
