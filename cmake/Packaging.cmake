@@ -28,7 +28,7 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "at-spi2-core")
 # What a Wayland session needs: the clipboard, typing, and the desktop portals.
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "wl-clipboard, wtype, xdg-desktop-portal")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "wl-clipboard, xdg-desktop-portal")
 # Plain GNOME has no system tray without it.
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "gnome-shell-extension-appindicator")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
