@@ -2,6 +2,7 @@
 
 #include "platform/VirtualKeys.h"
 #include "platform/freedesktop/ThreadSanitizer.h"
+#include "platform/wayland/PortalSupport.h"
 
 #include <QCoreApplication>
 #include <QDBusArgument>
@@ -46,25 +47,6 @@ const QDBusArgument& operator>>(const QDBusArgument& argument, PortalShortcut& s
     return argument;
 }
 
-// Receives one D-Bus signal as a whole message; deleting it ends the subscription.
-class DBusSignal final : public QObject {
-    Q_OBJECT
-public:
-    explicit DBusSignal(QObject* parent) : QObject(parent) {}
-    DBusSignal(std::function<void(const QDBusMessage&)> onSignal, QObject* parent)
-        : QObject(parent), onSignal_(std::move(onSignal)) {}
-    void setHandler(std::function<void(const QDBusMessage&)> onSignal) {
-        onSignal_ = std::move(onSignal);
-    }
-    Q_SLOT void receive(const QDBusMessage& message) {
-        if (onSignal_)
-            onSignal_(message);
-    }
-
-private:
-    std::function<void(const QDBusMessage&)> onSignal_;
-};
-
 // Sees the key events of the application's own windows.
 class KeyFilter final : public QObject {
 public:
@@ -88,16 +70,15 @@ Q_DECLARE_METATYPE(platform::wayland::detail::PortalShortcut)
 
 namespace platform::wayland {
 
-using detail::DBusSignal;
+using portal::deleteReceiver;
+using portal::meansNoPortal;
+using portal::objectPathOf;
+using DBusSignal = portal::Signal;
 using detail::PortalShortcut;
 
 namespace {
 
-const QString portalService = QStringLiteral("org.freedesktop.portal.Desktop");
-const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
 const QString shortcutsInterface = QStringLiteral("org.freedesktop.portal.GlobalShortcuts");
-const QString requestInterface = QStringLiteral("org.freedesktop.portal.Request");
-const QString sessionInterface = QStringLiteral("org.freedesktop.portal.Session");
 const QString registryInterface = QStringLiteral("org.freedesktop.host.portal.Registry");
 const QString shortcutDescription = QStringLiteral("Fix or rewrite the selected text");
 
@@ -126,29 +107,6 @@ struct PortalRegistration final : HotKeyRegistration {
 
 // (shortcut id, preferred trigger) in registration order.
 using ShortcutSet = std::vector<std::pair<QString, QString>>;
-
-QString objectPathOf(const QVariant& value) {
-    if (value.canConvert<QDBusObjectPath>())
-        return value.value<QDBusObjectPath>().path();
-    // Older portals send the session handle as a string.
-    return value.toString();
-}
-
-bool meansNoPortal(const QString& errorName) {
-    return errorName == QLatin1String("org.freedesktop.DBus.Error.ServiceUnknown") ||
-           errorName == QLatin1String("org.freedesktop.DBus.Error.UnknownMethod") ||
-           errorName == QLatin1String("org.freedesktop.DBus.Error.UnknownInterface") ||
-           errorName == QLatin1String("org.freedesktop.DBus.Error.UnknownObject") ||
-           errorName == QLatin1String("org.freedesktop.DBus.Error.NoReply") ||
-           errorName == QLatin1String("org.freedesktop.DBus.Error.Disconnected");
-}
-
-// Deletes an object that receives D-Bus signals. Qt's D-Bus thread hooked it up under QtCore
-// locks that ThreadSanitizer cannot see, so the deletion is kept out of its race detection.
-void deleteReceiver(QObject* receiver) {
-    [[maybe_unused]] const freedesktop::ThreadSanitizerBlindSpot blindSpot;
-    delete receiver;
-}
 
 std::uint32_t carbonFromQt(Qt::KeyboardModifiers modifiers) {
     std::uint32_t carbon = 0;
@@ -207,7 +165,7 @@ struct PortalGlobalShortcuts::Impl {
             auto* receiver = new DBusSignal(
                 [this, signal](const QDBusMessage& message) { onShortcutSignal(signal, message); },
                 context.get());
-            bus.connect(portalService, portalPath, shortcutsInterface, signal, receiver,
+            bus.connect(portal::service, portal::path, shortcutsInterface, signal, receiver,
                         SLOT(receive(QDBusMessage)));
         }
     }
@@ -221,12 +179,7 @@ struct PortalGlobalShortcuts::Impl {
     Impl& operator=(const Impl&) = delete;
 
     // Request and session handles embed our unique name without ':' and with '.' as '_'.
-    QString senderPart() const {
-        QString sender = bus.baseService();
-        if (sender.startsWith(QLatin1Char(':')))
-            sender.remove(0, 1);
-        return sender.replace(QLatin1Char('.'), QLatin1Char('_'));
-    }
+    QString senderPart() const { return portal::senderPart(bus); }
 
     static QString newToken() {
         return QStringLiteral("mendwise_") +
@@ -260,16 +213,16 @@ struct PortalGlobalShortcuts::Impl {
                 const auto callback = std::exchange(*shared, nullptr);
                 callback(outcome);
             });
-            bus.connect(portalService, path, requestInterface, QStringLiteral("Response"), receiver,
-                        SLOT(receive(QDBusMessage)));
+            bus.connect(portal::service, path, portal::requestInterface, QStringLiteral("Response"),
+                        receiver, SLOT(receive(QDBusMessage)));
             return QPointer<QObject>(receiver);
         };
         const QString expected =
-            portalPath + QStringLiteral("/request/") + senderPart() + QLatin1Char('/') + token;
+            portal::path + QStringLiteral("/request/") + senderPart() + QLatin1Char('/') + token;
         QPointer<QObject> subscription = subscribe(expected);
 
-        QDBusMessage call =
-            QDBusMessage::createMethodCall(portalService, portalPath, shortcutsInterface, method);
+        QDBusMessage call = QDBusMessage::createMethodCall(portal::service, portal::path,
+                                                           shortcutsInterface, method);
         call.setArguments(arguments);
         auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call), context.get());
         QObject::connect(
@@ -304,7 +257,7 @@ struct PortalGlobalShortcuts::Impl {
             return;
         }
         const QDBusMessage introspect = QDBusMessage::createMethodCall(
-            portalService, portalPath, QStringLiteral("org.freedesktop.DBus.Introspectable"),
+            portal::service, portal::path, QStringLiteral("org.freedesktop.DBus.Introspectable"),
             QStringLiteral("Introspect"));
         auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(introspect), context.get());
         QObject::connect(
@@ -321,7 +274,7 @@ struct PortalGlobalShortcuts::Impl {
                     return;
                 }
                 QDBusMessage registerCall = QDBusMessage::createMethodCall(
-                    portalService, portalPath, registryInterface, QStringLiteral("Register"));
+                    portal::service, portal::path, registryInterface, QStringLiteral("Register"));
                 registerCall.setArguments({appId, QVariantMap()});
                 auto* registered =
                     new QDBusPendingCallWatcher(bus.asyncCall(registerCall), context.get());
@@ -407,7 +360,7 @@ struct PortalGlobalShortcuts::Impl {
                     QString path =
                         objectPathOf(outcome.results.value(QStringLiteral("session_handle")));
                     if (path.isEmpty())
-                        path = portalPath + QStringLiteral("/session/") + senderPart() +
+                        path = portal::path + QStringLiteral("/session/") + senderPart() +
                                QLatin1Char('/') + sessionToken;
                     openSession(path);
                     bind(want);
@@ -423,8 +376,8 @@ struct PortalGlobalShortcuts::Impl {
                 publish({}, refusedText);
             },
             context.get());
-        bus.connect(portalService, path, sessionInterface, QStringLiteral("Closed"), sessionClosed,
-                    SLOT(receive(QDBusMessage)));
+        bus.connect(portal::service, path, portal::sessionInterface, QStringLiteral("Closed"),
+                    sessionClosed, SLOT(receive(QDBusMessage)));
     }
 
     void forgetSession() {
@@ -439,8 +392,8 @@ struct PortalGlobalShortcuts::Impl {
         [[maybe_unused]] const freedesktop::ThreadSanitizerBlindSpot blindSpot;
         if (sessionPath.isEmpty())
             return;
-        bus.send(QDBusMessage::createMethodCall(portalService, sessionPath, sessionInterface,
-                                                QStringLiteral("Close")));
+        bus.send(QDBusMessage::createMethodCall(portal::service, sessionPath,
+                                                portal::sessionInterface, QStringLiteral("Close")));
         forgetSession();
     }
 
@@ -566,7 +519,7 @@ bool PortalGlobalShortcuts::available(std::chrono::milliseconds timeout) {
     if (!bus.isConnected())
         return false;
     QDBusMessage get = QDBusMessage::createMethodCall(
-        portalService, portalPath, QStringLiteral("org.freedesktop.DBus.Properties"),
+        portal::service, portal::path, QStringLiteral("org.freedesktop.DBus.Properties"),
         QStringLiteral("Get"));
     get.setArguments({shortcutsInterface, QStringLiteral("version")});
     const QDBusMessage reply =
@@ -677,4 +630,3 @@ QString PortalGlobalShortcuts::bindingError() const {
 
 } // namespace platform::wayland
 
-#include "PortalGlobalShortcuts.moc"

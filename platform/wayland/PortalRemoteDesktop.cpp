@@ -1,6 +1,7 @@
 #include "platform/wayland/PortalRemoteDesktop.h"
 
 #include "platform/freedesktop/ThreadSanitizer.h"
+#include "platform/wayland/PortalSupport.h"
 
 #include <QDBusArgument>
 #include <QDBusConnection>
@@ -18,39 +19,16 @@
 #include <mutex>
 #include <utility>
 
-namespace platform::wayland::detail {
-
-// Receives one D-Bus signal as a whole message; deleting it ends the subscription.
-class RemoteDesktopSignal final : public QObject {
-    Q_OBJECT
-public:
-    RemoteDesktopSignal(std::function<void(const QDBusMessage&)> onSignal, QObject* parent)
-        : QObject(parent), onSignal_(std::move(onSignal)) {}
-    void setHandler(std::function<void(const QDBusMessage&)> onSignal) {
-        onSignal_ = std::move(onSignal);
-    }
-    Q_SLOT void receive(const QDBusMessage& message) {
-        if (onSignal_)
-            onSignal_(message);
-    }
-
-private:
-    std::function<void(const QDBusMessage&)> onSignal_;
-};
-
-} // namespace platform::wayland::detail
-
 namespace platform::wayland {
 
-using detail::RemoteDesktopSignal;
+using portal::deleteReceiver;
+using portal::meansNoPortal;
+using portal::objectPathOf;
+using RemoteDesktopSignal = portal::Signal;
 
 namespace {
 
-const QString portalService = QStringLiteral("org.freedesktop.portal.Desktop");
-const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
 const QString remoteDesktopInterface = QStringLiteral("org.freedesktop.portal.RemoteDesktop");
-const QString requestInterface = QStringLiteral("org.freedesktop.portal.Request");
-const QString sessionInterface = QStringLiteral("org.freedesktop.portal.Session");
 
 constexpr std::uint32_t keyboardDevice = 1;
 constexpr std::uint32_t persistUntilRevoked = 2;
@@ -63,27 +41,6 @@ struct Outcome {
     QVariantMap results;
     QString errorName; // the call itself failed
 };
-
-QString objectPathOf(const QVariant& value) {
-    if (value.canConvert<QDBusObjectPath>())
-        return value.value<QDBusObjectPath>().path();
-    return value.toString();
-}
-
-bool meansNoPortal(const QString& errorName) {
-    return errorName == QLatin1String("org.freedesktop.DBus.Error.ServiceUnknown") ||
-           errorName == QLatin1String("org.freedesktop.DBus.Error.UnknownMethod") ||
-           errorName == QLatin1String("org.freedesktop.DBus.Error.UnknownInterface") ||
-           errorName == QLatin1String("org.freedesktop.DBus.Error.UnknownObject") ||
-           errorName == QLatin1String("org.freedesktop.DBus.Error.NoReply") ||
-           errorName == QLatin1String("org.freedesktop.DBus.Error.Disconnected");
-}
-
-// Qt's D-Bus thread hooked a receiver up under locks ThreadSanitizer cannot see.
-void deleteReceiver(QObject* receiver) {
-    [[maybe_unused]] const freedesktop::ThreadSanitizerBlindSpot blindSpot;
-    delete receiver;
-}
 
 } // namespace
 
@@ -125,12 +82,7 @@ struct PortalRemoteDesktop::Impl {
     [[nodiscard]] bool onGuiThread() const { return QThread::currentThread() == context->thread(); }
 
     // Request and session handles embed our unique name without ':' and with '.' as '_'.
-    [[nodiscard]] QString senderPart() const {
-        QString sender = bus.baseService();
-        if (sender.startsWith(QLatin1Char(':')))
-            sender.remove(0, 1);
-        return sender.replace(QLatin1Char('.'), QLatin1Char('_'));
-    }
+    [[nodiscard]] QString senderPart() const { return portal::senderPart(bus); }
 
     static QString newToken() {
         return QStringLiteral("mendwise_") +
@@ -194,15 +146,15 @@ struct PortalRemoteDesktop::Impl {
                 }
                 std::exchange(*shared, nullptr)(outcome);
             });
-            bus.connect(portalService, path, requestInterface, QStringLiteral("Response"), receiver,
-                        SLOT(receive(QDBusMessage)));
+            bus.connect(portal::service, path, portal::requestInterface, QStringLiteral("Response"),
+                        receiver, SLOT(receive(QDBusMessage)));
             return QPointer<QObject>(receiver);
         };
         const QString expected =
-            portalPath + QStringLiteral("/request/") + senderPart() + QLatin1Char('/') + token;
+            portal::path + QStringLiteral("/request/") + senderPart() + QLatin1Char('/') + token;
         QPointer<QObject> subscription = subscribe(expected);
 
-        QDBusMessage call = QDBusMessage::createMethodCall(portalService, portalPath,
+        QDBusMessage call = QDBusMessage::createMethodCall(portal::service, portal::path,
                                                            remoteDesktopInterface, method);
         call.setArguments(arguments);
         auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call), context.get());
@@ -259,7 +211,7 @@ struct PortalRemoteDesktop::Impl {
                     QString path =
                         objectPathOf(outcome.results.value(QStringLiteral("session_handle")));
                     if (path.isEmpty())
-                        path = portalPath + QStringLiteral("/session/") + senderPart() +
+                        path = portal::path + QStringLiteral("/session/") + senderPart() +
                                QLatin1Char('/') + sessionToken;
                     openSession(path);
                     selectDevices();
@@ -316,8 +268,8 @@ struct PortalRemoteDesktop::Impl {
                 settle(State::unavailable);
             },
             context.get());
-        bus.connect(portalService, path, sessionInterface, QStringLiteral("Closed"), sessionClosed,
-                    SLOT(receive(QDBusMessage)));
+        bus.connect(portal::service, path, portal::sessionInterface, QStringLiteral("Closed"),
+                    sessionClosed, SLOT(receive(QDBusMessage)));
     }
 
     void forgetSession() {
@@ -330,8 +282,8 @@ struct PortalRemoteDesktop::Impl {
         [[maybe_unused]] const freedesktop::ThreadSanitizerBlindSpot blindSpot;
         if (heldSession.isEmpty())
             return;
-        bus.send(QDBusMessage::createMethodCall(portalService, heldSession, sessionInterface,
-                                                QStringLiteral("Close")));
+        bus.send(QDBusMessage::createMethodCall(portal::service, heldSession,
+                                                portal::sessionInterface, QStringLiteral("Close")));
         forgetSession();
     }
 };
@@ -342,7 +294,7 @@ bool PortalRemoteDesktop::available(std::chrono::milliseconds timeout) {
     if (!bus.isConnected())
         return false;
     QDBusMessage get = QDBusMessage::createMethodCall(
-        portalService, portalPath, QStringLiteral("org.freedesktop.DBus.Properties"),
+        portal::service, portal::path, QStringLiteral("org.freedesktop.DBus.Properties"),
         QStringLiteral("Get"));
     get.setArguments({remoteDesktopInterface, QStringLiteral("AvailableDeviceTypes")});
     const QDBusMessage reply =
@@ -372,8 +324,9 @@ bool PortalRemoteDesktop::sendKey(std::uint32_t evdevCode, bool down) {
         session = d->session;
     }
     [[maybe_unused]] const freedesktop::ThreadSanitizerBlindSpot blindSpot;
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        portalService, portalPath, remoteDesktopInterface, QStringLiteral("NotifyKeyboardKeycode"));
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(portal::service, portal::path, remoteDesktopInterface,
+                                       QStringLiteral("NotifyKeyboardKeycode"));
     call.setArguments({QVariant::fromValue(QDBusObjectPath(session)), QVariantMap(),
                        static_cast<int>(evdevCode), down ? 1U : 0U});
     const QDBusMessage reply = d->bus.call(call, QDBus::Block, keyTimeoutMs);
@@ -406,5 +359,3 @@ QString PortalRemoteDesktop::name() const {
 }
 
 } // namespace platform::wayland
-
-#include "PortalRemoteDesktop.moc"
