@@ -63,6 +63,9 @@ struct WaylandPasteboard::Watcher {
     std::mutex mutex;
     std::optional<std::int32_t> keystrokePid;
     std::int64_t seenAtKeystroke = 0;
+    // What the clipboard held when the keystroke went out: the watcher reports a change only
+    // once its command has run, so a refill just before the keystroke may be counted after it.
+    std::optional<QString> textAtKeystroke;
 
     Watcher() = default;
     Watcher(const Watcher&) = delete;
@@ -142,18 +145,31 @@ bool WaylandPasteboard::watchChanges() {
 void WaylandPasteboard::noteKeystroke(std::int32_t pid) {
     if (!watcher_)
         return;
+    std::optional<QString> text = string();
     const std::lock_guard lock(watcher_->mutex);
     watcher_->keystrokePid = pid;
     watcher_->seenAtKeystroke = watcher_->seen;
+    watcher_->textAtKeystroke = std::move(text);
 }
 
 std::optional<std::int32_t> WaylandPasteboard::ownerProcess() {
     if (!watcher_ || !watcher_->watching)
         return std::nullopt;
-    const std::lock_guard lock(watcher_->mutex);
-    if (!watcher_->keystrokePid)
-        return std::nullopt;
-    return watcher_->seen > watcher_->seenAtKeystroke ? *watcher_->keystrokePid : -1;
+    std::optional<QString> before;
+    std::int32_t pid = -1;
+    {
+        const std::lock_guard lock(watcher_->mutex);
+        if (!watcher_->keystrokePid)
+            return std::nullopt;
+        if (watcher_->seen <= watcher_->seenAtKeystroke)
+            return -1;
+        pid = *watcher_->keystrokePid;
+        before = watcher_->textAtKeystroke;
+    }
+    // Text that was there before the keystroke is not its copy, however late the watcher saw it.
+    if (before && !before->isEmpty() && string() == before)
+        return -1;
+    return pid;
 }
 
 bool WaylandPasteboard::available() {

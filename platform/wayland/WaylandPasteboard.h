@@ -19,8 +19,9 @@ namespace platform::wayland {
 // Owners: Wayland tells no client who owns the clipboard. Where the compositor offers the
 // data-control protocol, a watcher (wl-paste --watch) sees every change, whoever makes it; with
 // the keystrokes noted by noteKeystroke, what changed after a keystroke is taken to be the copy
-// of the application it went to, and what changed only before it (a clipboard manager refilling
-// the emptied clipboard) is nobody's. Without the watcher, owners are unknown.
+// of the application it went to, and what changed only before it, or still holds the text it
+// held then (a clipboard manager refilling the emptied clipboard), is nobody's. Without the
+// watcher, owners are unknown.
 class WaylandPasteboard final : public PasteboardPort {
 public:
     explicit WaylandPasteboard(int timeoutMs = 1500);
