@@ -142,7 +142,10 @@ struct WaylandKeyboardEvents::Impl {
             for (auto code = chord.keys.rbegin(); code != chord.keys.rend(); ++code)
                 channel->sendKey(*code, false);
         }
-        if (chord.steppedAside && handOff.comeBack)
+        // After a paste the application may still be reading the clipboard; taking its focus
+        // away then risks the paste (one went missing in a test run), so the panel stays aside
+        // and the outcome shows as the text arriving.
+        if (chord.steppedAside && handOff.comeBack && event.virtualKey != virtualKeyV)
             handOff.comeBack();
     }
 
