@@ -23,6 +23,13 @@ public:
     virtual void clearContents() = 0;
     // Puts one plain text on the pasteboard, beside whatever else it holds.
     virtual bool setString(const QString& text) = 0;
+    // Replaces everything on the pasteboard with one plain text. Where the clipboard has an
+    // owner, it passes from one to the next without an empty moment in between, in which a
+    // clipboard manager would put its last entry back over the text.
+    virtual bool replaceContents(const QString& text) {
+        clearContents();
+        return setString(text);
+    }
     // A counter that grows whenever the pasteboard's owner or contents change.
     virtual std::int64_t changeCount() = 0;
     // The flavours (MIME types) currently on the pasteboard.

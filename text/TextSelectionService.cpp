@@ -223,15 +223,13 @@ QString TextSelectionService::copyViaKeystroke(const std::optional<RunningApplic
 }
 
 void TextSelectionService::restorePasteboard(const QString& saved) {
-    pasteboard_.clearContents();
-    pasteboard_.setString(saved);
+    pasteboard_.replaceContents(saved);
     say(QStringLiteral("↩️ Restored previous pasteboard contents"));
 }
 
 void TextSelectionService::pasteText(const QString& text, const std::stop_token& stop) {
     say(QStringLiteral("📤 pasteText BEGIN — ") + count(text) + QStringLiteral(" chars"));
-    pasteboard_.clearContents();
-    pasteboard_.setString(text);
+    pasteboard_.replaceContents(text);
     say(QStringLiteral("✅ Text written to pasteboard"));
     support::sleepFor(stop, pasteSettleWait);
     // Whoever is in front now receives the paste; the panel never took that place.

@@ -66,6 +66,8 @@ struct WaylandPasteboard::Watcher {
     // What the clipboard held when the keystroke went out: the watcher reports a change only
     // once its command has run, so a refill just before the keystroke may be counted after it.
     std::optional<QString> textAtKeystroke;
+    std::optional<QString> textBeforeClearing;
+    std::chrono::steady_clock::time_point keystrokeAt;
 
     Watcher() = default;
     Watcher(const Watcher&) = delete;
@@ -150,13 +152,16 @@ void WaylandPasteboard::noteKeystroke(std::int32_t pid) {
     watcher_->keystrokePid = pid;
     watcher_->seenAtKeystroke = watcher_->seen;
     watcher_->textAtKeystroke = std::move(text);
+    watcher_->keystrokeAt = std::chrono::steady_clock::now();
 }
 
 std::optional<std::int32_t> WaylandPasteboard::ownerProcess() {
     if (!watcher_ || !watcher_->watching)
         return std::nullopt;
-    std::optional<QString> before;
+    std::optional<QString> atKeystroke;
+    std::optional<QString> beforeClearing;
     std::int32_t pid = -1;
+    bool late = false;
     {
         const std::lock_guard lock(watcher_->mutex);
         if (!watcher_->keystrokePid)
@@ -164,12 +169,17 @@ std::optional<std::int32_t> WaylandPasteboard::ownerProcess() {
         if (watcher_->seen <= watcher_->seenAtKeystroke)
             return -1;
         pid = *watcher_->keystrokePid;
-        before = watcher_->textAtKeystroke;
+        atKeystroke = watcher_->textAtKeystroke;
+        beforeClearing = watcher_->textBeforeClearing;
+        late = std::chrono::steady_clock::now() - watcher_->keystrokeAt >= lateCopy;
     }
-    // Text that was there before the keystroke is not its copy, however late the watcher saw it.
-    if (before && !before->isEmpty() && string() == before)
-        return -1;
-    return pid;
+    if (late)
+        return pid;
+    const std::optional<QString> now = string();
+    const auto isOld = [&now](const std::optional<QString>& old) {
+        return old && !old->isEmpty() && now == old;
+    };
+    return isOld(atKeystroke) || isOld(beforeClearing) ? -1 : pid;
 }
 
 bool WaylandPasteboard::available() {
@@ -189,6 +199,11 @@ std::optional<QString> WaylandPasteboard::string() {
 }
 
 void WaylandPasteboard::clearContents() {
+    if (watcher_) {
+        std::optional<QString> text = string();
+        const std::lock_guard lock(watcher_->mutex);
+        watcher_->textBeforeClearing = std::move(text);
+    }
     if (run(QStringLiteral("wl-copy"), {QStringLiteral("--clear")}, std::nullopt, timeoutMs_).ok)
         ++changes_;
 }

@@ -3,6 +3,7 @@
 #include "platform/Pasteboard.h"
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 
 // The clipboard under Wayland, through wl-clipboard's wl-copy and wl-paste. Only the focused
@@ -19,9 +20,12 @@ namespace platform::wayland {
 // Owners: Wayland tells no client who owns the clipboard. Where the compositor offers the
 // data-control protocol, a watcher (wl-paste --watch) sees every change, whoever makes it; with
 // the keystrokes noted by noteKeystroke, what changed after a keystroke is taken to be the copy
-// of the application it went to, and what changed only before it, or still holds the text it
-// held then (a clipboard manager refilling the emptied clipboard), is nobody's. Without the
-// watcher, owners are unknown.
+// of the application it went to, and what changed only before it is nobody's. A clipboard
+// manager that refills an emptied clipboard (Klipper does by default) puts back the text of
+// before the clearing, and may do so only after the keystroke: text equal to what the
+// clipboard held before clearContents or at the keystroke is believed to be the copy only once
+// the keystroke is `lateCopy` old and nothing else came, as when the selection is the very text
+// the user had copied. Without the watcher, owners are unknown.
 class WaylandPasteboard final : public PasteboardPort {
 public:
     explicit WaylandPasteboard(int timeoutMs = 1500);
@@ -32,6 +36,8 @@ public:
     std::optional<QString> string() override;
     void clearContents() override;
     bool setString(const QString& text) override;
+    // wl-copy takes the selection with the new text, replacing every flavour at once.
+    bool replaceContents(const QString& text) override { return setString(text); }
     // Counts the changes made through this port; other clients' changes are not seen.
     std::int64_t changeCount() override;
     QStringList types() override;
@@ -41,6 +47,10 @@ public:
     bool watchChanges();
     // A keystroke is about to go to process `pid` (-1: to whatever has the focus).
     void noteKeystroke(std::int32_t pid);
+
+    // Shorter than the copy's wait for the clipboard (500 ms), so a copy of the old text is
+    // still taken at its end.
+    static constexpr std::chrono::milliseconds lateCopy{350};
 
     // Whether wl-copy and wl-paste are installed.
     static bool available();

@@ -39,6 +39,8 @@ public:
     // Takes the selection with this one text (X11 has one owner: whatever another application
     // offered is gone). False when Mendwise could not take the selection.
     bool setString(const QString& text) override;
+    // Taking the selection with the new text replaces every flavour at once.
+    bool replaceContents(const QString& text) override { return setString(text); }
     // Grows by one for every change of the CLIPBOARD selection Qt reports: new contents set by
     // Mendwise, or another application taking the selection.
     std::int64_t changeCount() override;

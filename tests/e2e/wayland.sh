@@ -95,9 +95,12 @@ NO_AT_BRIDGE=1 mousepad "$work/plain.txt" >"$work/mousepad-plain.log" 2>&1 &
 pids+=($!)
 wait_for 20 focused_is mousepad || { echo "mousepad without accessibility did not come up"; exit 1; }
 "$keys" ctrl+a
-# A clipboard manager that refills an emptied clipboard with its last entry: that entry must
-# not pass for the editor's copy.
-(while :; do wl-paste -n >/dev/null 2>&1 || printf 'stale entry' | wl-copy; sleep 0.02; done) &
+# A clipboard manager that refills an emptied clipboard with its last entry, as Klipper does by
+# default: that entry ("Corrected.") must not pass for the editor's copy, however late it comes.
+(last=$(wl-paste -n); while :; do
+    if now=$(wl-paste -n 2>/dev/null); then last=$now; else printf %s "$last" | wl-copy; fi
+    sleep 0.02
+done) &
 refiller=$!
 pids+=("$refiller")
 pastes=$(log_count '[TextSelectionService] ✅ pasteText END')
