@@ -8,7 +8,7 @@ set -euo pipefail
 packages=(
     # build
     g++ cmake ninja-build pkg-config ccache clang-format clang-tidy
-    qt6-base-dev qt6-svg-dev libqt6svg6 libcurl4-openssl-dev ca-certificates
+    qt6-base-dev qt6-base-private-dev qt6-svg-dev libqt6svg6 libcurl4-openssl-dev ca-certificates
     libx11-dev libxtst-dev libxcb-xkb-dev libxkbcommon-dev libxkbcommon-x11-dev
     libatspi2.0-dev libicu-dev libgtest-dev libgmock-dev libwayland-dev libwayland-bin
     # run on an X11 desktop

@@ -207,6 +207,9 @@ void FloatingPanel::stepAside() {
         return;
     aside_ = true;
     QWidget::hide();
+    // Keys sent next travel on another connection: the compositor must have hidden the panel
+    // and given the keyboard back to the window behind before they arrive.
+    native::syncWithServer();
 }
 
 void FloatingPanel::comeBack() {

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <qpa/qplatformnativeinterface.h>
+#include <wayland-client-core.h>
 #include <xcb/xcb.h>
 
 namespace ui::native {
@@ -17,6 +19,15 @@ namespace {
 xcb_connection_t* x11Connection() {
     auto* app = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
     return app ? app->connection() : nullptr;
+}
+
+// Qt 6.4 offers its Wayland connection only through the platform's native interface.
+wl_display* waylandDisplay() {
+    if (!qGuiApp || !QGuiApplication::platformName().startsWith(QLatin1String("wayland")))
+        return nullptr;
+    QPlatformNativeInterface* native = QGuiApplication::platformNativeInterface();
+    return native ? static_cast<wl_display*>(native->nativeResourceForIntegration("wl_display"))
+                  : nullptr;
 }
 
 xcb_window_t rootWindow(xcb_connection_t* c) {
@@ -184,9 +195,13 @@ bool hasCompositor() {
 }
 
 void syncWithServer() {
-    if (xcb_connection_t* c = x11Connection())
+    if (xcb_connection_t* c = x11Connection()) {
         // NOLINTNEXTLINE(cppcoreguidelines-no-malloc)
         std::free(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
+    } else if (wl_display* display = waylandDisplay()) {
+        // As Qt's own round trips do, on the GUI thread.
+        wl_display_roundtrip(display);
+    }
 }
 
 } // namespace ui::native

@@ -19,8 +19,8 @@ void keepOnAllDesktops(QWidget* window);
 bool hasCompositor();
 
 // Waits until the window system has carried out every request sent so far (a round trip), so
-// that other applications see the outcome, for example a keyboard grab let go, before this
-// application asks them anything.
+// that other applications see the outcome, for example a keyboard grab let go or a window
+// hidden, before this application asks them anything or types to them. Call on the GUI thread.
 void syncWithServer();
 
 // Keeps every key the user types from reaching any application while it lives, without any

@@ -204,6 +204,11 @@ void WaylandPasteboard::clearContents() {
         const std::lock_guard lock(watcher_->mutex);
         watcher_->textBeforeClearing = std::move(text);
     }
+    // An empty text of our own rather than no owner at all: clipboard managers put their last
+    // entry back into an ownerless clipboard (Klipper does by default), racing the copy that
+    // is to come; none of them keeps an empty text.
+    if (setString(QString()))
+        return;
     if (run(QStringLiteral("wl-copy"), {QStringLiteral("--clear")}, std::nullopt, timeoutMs_).ok)
         ++changes_;
 }

@@ -16,16 +16,15 @@
 // and refuses writes.
 namespace platform::wayland {
 
-//
 // Owners: Wayland tells no client who owns the clipboard. Where the compositor offers the
 // data-control protocol, a watcher (wl-paste --watch) sees every change, whoever makes it; with
 // the keystrokes noted by noteKeystroke, what changed after a keystroke is taken to be the copy
 // of the application it went to, and what changed only before it is nobody's. A clipboard
-// manager that refills an emptied clipboard (Klipper does by default) puts back the text of
-// before the clearing, and may do so only after the keystroke: text equal to what the
-// clipboard held before clearContents or at the keystroke is believed to be the copy only once
-// the keystroke is `lateCopy` old and nothing else came, as when the selection is the very text
-// the user had copied. Without the watcher, owners are unknown.
+// manager that refills an emptied clipboard (Klipper does by default) may still put an old
+// text back, late: text equal to what the clipboard held before clearContents or at the
+// keystroke is believed to be the copy only once the keystroke is `lateCopy` old and nothing
+// else came, as when the selection is the very text the user had copied. Without the watcher,
+// owners are unknown.
 class WaylandPasteboard final : public PasteboardPort {
 public:
     explicit WaylandPasteboard(int timeoutMs = 1500);
@@ -34,6 +33,7 @@ public:
     WaylandPasteboard& operator=(const WaylandPasteboard&) = delete;
 
     std::optional<QString> string() override;
+    // Leaves an empty text (see the .cpp for why); the text read is then empty.
     void clearContents() override;
     bool setString(const QString& text) override;
     // wl-copy takes the selection with the new text, replacing every flavour at once.

@@ -96,7 +96,7 @@ pids+=($!)
 wait_for 20 focused_is mousepad || { echo "mousepad without accessibility did not come up"; exit 1; }
 "$keys" ctrl+a
 # A clipboard manager that refills an emptied clipboard with its last entry, as Klipper does by
-# default: that entry ("Corrected.") must not pass for the editor's copy, however late it comes.
+# default: that entry ("Corrected.") must not pass for the editor's copy, nor replace it.
 (last=$(wl-paste -n); while :; do
     if now=$(wl-paste -n 2>/dev/null); then last=$now; else printf %s "$last" | wl-copy; fi
     sleep 0.02
