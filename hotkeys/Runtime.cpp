@@ -2,6 +2,7 @@
 
 #include "hotkeys/Testing.h"
 #include "platform/KeyboardLayout.h"
+#include "support/SettingsFormat.h"
 
 #include <QObject>
 #include <QSettings>
@@ -78,7 +79,7 @@ void replaceRuntime(Ports ports) {
 }
 
 std::unique_ptr<QSettings> openDefaults() {
-    return std::make_unique<QSettings>(QStringLiteral("Mendwise"), QStringLiteral("Mendwise"));
+    return support::openUserSettings();
 }
 
 } // namespace Hotkeys::detail

@@ -3,6 +3,7 @@
 #include "platform/LoginItem.h"
 #include "support/Log.h"
 #include "support/NotificationCenter.h"
+#include "support/SettingsFormat.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -103,10 +104,7 @@ AppSettings& AppSettings::shared() {
                 state.port = std::make_unique<UnavailableLoginItem>();
             port = state.port.get();
         }
-        auto store =
-            std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::UserScope,
-                                        QStringLiteral("Mendwise"), QStringLiteral("Mendwise"));
-        auto* settings = new AppSettings(std::move(store), *port);
+        auto* settings = new AppSettings(support::openUserSettings(), *port);
         // Assignments and their signals belong to the main thread, whichever thread came first.
         if (const QCoreApplication* app = QCoreApplication::instance();
             app && settings->thread() != app->thread())

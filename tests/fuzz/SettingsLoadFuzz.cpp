@@ -4,10 +4,11 @@
 #include "hotkeys/Runtime.h"
 #include "platform/LoginItem.h"
 #include "service/AppSettings.h"
+#include "support/SettingsFormat.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QGuiApplication>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <cstdint>
@@ -27,12 +28,12 @@ public:
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::silenceLog();
-    // As in the program, which reads its settings under a QGuiApplication: a stored @Variant may
-    // hold a picture, which Qt can only make once there is one (offscreen here).
+    // No QGuiApplication, as in mendwise-rewrite: a value that Qt would decode into a picture
+    // aborts such a process, so the store must never decode one.
     static int argc = 1;
     static char name[] = "fuzz_settings_load";
     static char* argv[] = {name, nullptr};
-    static const QGuiApplication app(argc, argv);
+    static const QCoreApplication app(argc, argv);
     // In memory where there is /dev/shm. QSettings keeps a file it has read in a cache and reads
     // it again only when its size or modification time changed: every input gets a time of
     // its own (a name of its own would grow the cache, and the run slows down to a crawl).
@@ -47,7 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::require(::futimens(fd, times) == 0 && ::close(fd) == 0, "cannot date the settings file");
     {
         NoLoginItem loginItem;
-        AppSettings settings(std::make_unique<QSettings>(path, QSettings::IniFormat), loginItem);
+        AppSettings settings(std::make_unique<QSettings>(path, support::settingsFormat()),
+                             loginItem);
         fuzz::require(settings.apiKey().isValidUtf16() && settings.systemPrompt().isValidUtf16(),
                       "settings text that is not valid text");
         // The shortcuts stored beside them, through the same store.
