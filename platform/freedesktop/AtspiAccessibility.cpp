@@ -63,6 +63,8 @@ constexpr int walkLimit = 2000;
 constexpr int collectionMatchLimit = 16;
 // Objects searched below a focused container the Collection answer ended on.
 constexpr int diveLimit = 300;
+// How long the focused object found is taken on trust (see focusedElement).
+constexpr std::chrono::milliseconds recentFocus{2000};
 // A container that manages its descendants is searched only when it holds this few.
 constexpr int managedChildrenLimit = 500;
 
@@ -659,9 +661,11 @@ public:
     // buttons), so the first focused object is often not the one.
     AXResult focusedElement(const QString& bus, std::int32_t pid, const ObjectRef& root,
                             const Deadline& deadline) {
-        // The object found last time, while it keeps the focus: a second question (the read
-        // after the anchor) then costs one call.
-        if (auto known = lastFocus(pid);
+        // The object found a moment ago, while it keeps the focus: a second question (the read
+        // after the anchor) then costs one call. Only a moment: an object may keep claiming the
+        // focus it lost (Firefox's windows while it starts), and what took it over lies
+        // elsewhere in the tree.
+        if (auto known = lastFocus(pid, recentFocus);
             known && known->service == root.service && stillFocused(bus, *known, deadline))
             return valueResult(elementRef(pid, *known));
         // Collection: the application searches its own tree, in document order, so later
@@ -711,15 +715,21 @@ public:
         return best != nullptr ? best->ref : chain.back().ref;
     }
 
-    std::optional<ObjectRef> lastFocus(std::int32_t pid) {
+    // The object found last for `pid`, if found no longer than `maxAge` ago.
+    std::optional<ObjectRef>
+    lastFocus(std::int32_t pid,
+              std::chrono::milliseconds maxAge = std::chrono::milliseconds::max()) {
         const std::lock_guard lock(mutex);
         const auto known = lastFocused.find(pid);
-        return known != lastFocused.end() ? std::optional(known->second) : std::nullopt;
+        if (known == lastFocused.end() ||
+            std::chrono::steady_clock::now() - known->second.at > maxAge)
+            return std::nullopt;
+        return known->second.ref;
     }
 
     void remember(std::int32_t pid, const ObjectRef& focused) {
         const std::lock_guard lock(mutex);
-        lastFocused[pid] = focused;
+        lastFocused[pid] = {focused, std::chrono::steady_clock::now()};
     }
 
     // Still focused, on screen, and with nothing focused below it.
@@ -1261,10 +1271,14 @@ public:
     QString connectionName;
     QString connectedAddress;
     int generation = 0;
-    std::map<QString, std::int32_t> servicePids;   // bus name -> process id
-    std::map<QString, bool> inclusiveRangeEnds;    // bus name -> quirk found
-    std::map<std::int32_t, ObjectRef> lastFocused; // process id -> its focused object
-    std::map<QString, bool> screenPositions;       // bus name -> extents on screen
+    std::map<QString, std::int32_t> servicePids; // bus name -> process id
+    std::map<QString, bool> inclusiveRangeEnds;  // bus name -> quirk found
+    struct Remembered {
+        ObjectRef ref;
+        std::chrono::steady_clock::time_point at;
+    };
+    std::map<std::int32_t, Remembered> lastFocused; // process id -> its focused object
+    std::map<QString, bool> screenPositions;        // bus name -> extents on screen
     ScreenLayout lastLayout;
 };
 
