@@ -133,7 +133,9 @@ TEST_F(AppSettingsTest, StoredValuesLoadAsWrittenAndLoadingLeavesTheFileAlone) {
 }
 
 TEST_F(AppSettingsTest, UnknownModelFallsBackToHaikuAndStaysInTheStore) {
-    for (const QByteArray stored : {"claude-3-haiku-20240307", "Claude-sonnet-4-6", "opus"}) {
+    // Only the exact identifier names a model: no other case, no spaces around it.
+    for (const QByteArray stored :
+         {"claude-3-haiku-20240307", "Claude-sonnet-4-6", "opus", "\"claude-opus-4-6 \""}) {
         useNewFile();
         writeStore("[General]\nselected_model=" + stored + "\nsystem_prompt=kept\n");
         const auto settings = load();
