@@ -1,31 +1,14 @@
 // The popover content: fixed texts and its two commands.
 #include "app/MenuBarView.h"
 
-#include "hotkeys/Hotkeys.h"
-#include "support/NotificationCenter.h"
+#include "tests/common/TestUtil.h"
 
 #include <QAbstractButton>
-#include <QLabel>
 #include <QTest>
 #include <gtest/gtest.h>
 
-namespace {
-QStringList labelTexts(const QWidget& view) {
-    QStringList texts;
-    for (const QLabel* label : view.findChildren<QLabel*>()) {
-        if (!label->text().isEmpty())
-            texts << label->text();
-    }
-    return texts;
-}
-QAbstractButton* button(const QWidget& view, const QString& text) {
-    for (QAbstractButton* b : view.findChildren<QAbstractButton*>()) {
-        if (b->text() == text)
-            return b;
-    }
-    return nullptr;
-}
-} // namespace
+using testutil::buttonWithText;
+using testutil::labelTexts;
 
 TEST(MenuBarView, ShowsItsFixedTextsAndItsCommandsCallTheirCallbacks) {
     int settings = 0;
@@ -37,8 +20,8 @@ TEST(MenuBarView, ShowsItsFixedTextsAndItsCommandsCallTheirCallbacks) {
         (QStringList{QStringLiteral("Mendwise"), QStringLiteral("Ctrl+Shift+J to fix typos"),
                      QStringLiteral("Ready"), QStringLiteral("Select text and press hotkey")}));
     view.show();
-    QAbstractButton* openSettings = button(view, QStringLiteral("Settings..."));
-    QAbstractButton* quit = button(view, QStringLiteral("Quit Mendwise"));
+    QAbstractButton* openSettings = buttonWithText(view, QStringLiteral("Settings..."));
+    QAbstractButton* quit = buttonWithText(view, QStringLiteral("Quit Mendwise"));
     ASSERT_TRUE(openSettings && quit);
     QTest::mouseClick(openSettings, Qt::LeftButton);
     QTest::mouseClick(openSettings, Qt::LeftButton);
@@ -46,15 +29,4 @@ TEST(MenuBarView, ShowsItsFixedTextsAndItsCommandsCallTheirCallbacks) {
     EXPECT_EQ(quits, 0);
     QTest::mouseClick(quit, Qt::LeftButton);
     EXPECT_EQ(quits, 1);
-}
-
-TEST(MenuBarView, TheStatusSaysWhyTheShortcutDoesNotWork) {
-    std::optional<QString> problem = QStringLiteral("Ctrl+Shift+J is used by another program");
-    app::MenuBarView view({{}, {}, [&] { return problem; }});
-    EXPECT_TRUE(labelTexts(view).contains(*problem));
-    EXPECT_FALSE(labelTexts(view).contains(QStringLiteral("Ready")));
-    problem.reset(); // registered after all
-    support::NotificationCenter::defaultCenter().post(
-        QString::fromLatin1(Hotkeys::registrationStatusDidChange));
-    EXPECT_TRUE(labelTexts(view).contains(QStringLiteral("Ready")));
 }
