@@ -230,17 +230,6 @@ TEST_F(Actions, RecorderActivityBlocksActionsAndStreams) {
     EXPECT_EQ(events, 1);
 }
 
-TEST_F(Actions, TheBindingFollowsTheNameNotTheKeys) {
-    const Name name(QStringLiteral("n"), commandShiftJ);
-    int fired = 0;
-    onKeyUp(name, [&] { ++fired; });
-    setShortcut(commandK, name);
-    EXPECT_FALSE(hotKeys->isRegistered(38, 768));
-    EXPECT_EQ(hotKeys->release(38, 768), std::nullopt);
-    hotKeys->release(40, 256);
-    EXPECT_EQ(fired, 1);
-}
-
 TEST_F(Actions, RemovingActionsKeepsHotKeysThatStreamsUse) {
     const Name withStream(QStringLiteral("a"), commandShiftJ);
     const Name plain(QStringLiteral("b"), commandK);
