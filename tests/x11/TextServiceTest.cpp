@@ -68,12 +68,6 @@ TEST_F(TextServiceTest, SelectionsAreReadThroughAccessibilityWithoutTouchingTheC
         EXPECT_GE(log.indexOf(QStringLiteral(
                       "[TextSelectionService] ✅ AX SUCCESS — 11 chars: \"quick brown\"")),
                   0);
-        EXPECT_GE(log.indexOfPrefix(QStringLiteral("[TextSelectionService] ─")), 0);
-        EXPECT_TRUE(
-            log.records().first().contains(QLatin1String("  - sourceApp bundle:  Mousepad\n")));
-        EXPECT_TRUE(
-            log.records().first().contains(QLatin1String("  - sourceApp name:    Mousepad\n")));
-        EXPECT_TRUE(log.records().first().contains(QLatin1String("  - AX trusted:        true\n")));
     }
     {
         auto editor = x11test::startQtTextApp(sampleText, 4, 11);
