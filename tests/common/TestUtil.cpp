@@ -1,7 +1,9 @@
 #include "tests/common/TestUtil.h"
 
+#include <QAbstractButton>
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QLabel>
 #include <QThread>
 #include <cstdlib>
 
@@ -26,6 +28,23 @@ void processEventsFor(std::chrono::milliseconds duration) {
         QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
         QThread::msleep(1);
     }
+}
+
+QStringList labelTexts(const QWidget& root) {
+    QStringList texts;
+    for (const QLabel* label : root.findChildren<QLabel*>()) {
+        if (!label->text().isEmpty())
+            texts << label->text();
+    }
+    return texts;
+}
+
+QAbstractButton* buttonWithText(const QWidget& root, const QString& text) {
+    for (QAbstractButton* button : root.findChildren<QAbstractButton*>()) {
+        if (button->text() == text)
+            return button;
+    }
+    return nullptr;
 }
 
 ScopedEnv::ScopedEnv(const char* name, const std::optional<QString>& value) : name_(name) {

@@ -7,6 +7,9 @@
 #include <optional>
 #include <ostream>
 
+class QAbstractButton;
+class QWidget;
+
 // Readable test failure messages for Qt strings.
 inline void PrintTo(const QString& text, std::ostream* out) {
     *out << '"' << text.toStdString() << '"';
@@ -24,6 +27,11 @@ bool waitUntil(const std::function<bool()>& condition,
 
 // Runs the event loop for `duration`.
 void processEventsFor(std::chrono::milliseconds duration);
+
+// The non-empty texts of the labels inside `root`, in creation order.
+QStringList labelTexts(const QWidget& root);
+// The first button inside `root` showing `text`; null when there is none.
+QAbstractButton* buttonWithText(const QWidget& root, const QString& text);
 
 // Sets an environment variable for the lifetime of this object, then restores it.
 class ScopedEnv {

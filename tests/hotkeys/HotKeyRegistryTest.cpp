@@ -4,6 +4,7 @@
 #include "HotkeysFixture.h"
 #include "support/Log.h"
 #include "support/NotificationCenter.h"
+#include "tests/common/TestUtil.h"
 
 #include <QMenu>
 
@@ -91,10 +92,16 @@ TEST_F(Registry, OpenMenuMatchesRawKeysAndReRegistersUnderTheSameIds) {
     installMenuObservers();
 
     QMenu menu;
-    menu.addAction(QStringLiteral("Item"));
+    QMenu* submenu = menu.addMenu(QStringLiteral("More"));
+    submenu->addAction(QStringLiteral("Item"));
     menu.popup(QPoint(5, 5));
     ASSERT_TRUE(menuIsOpen());
     EXPECT_TRUE(hotKeys->registrations().isEmpty());
+    EXPECT_EQ(HotKeyRegistry::entries().size(), 2);
+    submenu->popup(QPoint(40, 40));
+    ASSERT_TRUE(testutil::waitUntil([&] { return submenu->isVisible(); }));
+    submenu->hide();
+    EXPECT_TRUE(menuIsOpen()) << "the outer menu is still open";
     EXPECT_EQ(hotKeys->listenedKinds(),
               (std::set<HotKeyEventKind>{HotKeyEventKind::rawKeyDown, HotKeyEventKind::rawKeyUp}));
 

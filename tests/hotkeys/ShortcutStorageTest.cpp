@@ -6,7 +6,6 @@
 
 #include <QFile>
 #include <QKeyEvent>
-#include <QMenu>
 
 using namespace Hotkeys;
 
@@ -25,7 +24,6 @@ using ShortcutModel = HotkeysTest;
 using Storage = HotkeysTest;
 using Actions = HotkeysTest;
 using Streams = HotkeysTest;
-using MenuObservers = HotkeysTest;
 
 TEST(ShortcutValues, ModifiersMapBothWaysAndDropUnknownBits) {
     EXPECT_EQ(toCarbon(0x120000), 768);
@@ -232,17 +230,6 @@ TEST_F(Actions, RecorderActivityBlocksActionsAndStreams) {
     EXPECT_EQ(events, 1);
 }
 
-TEST_F(Actions, TheBindingFollowsTheNameNotTheKeys) {
-    const Name name(QStringLiteral("n"), commandShiftJ);
-    int fired = 0;
-    onKeyUp(name, [&] { ++fired; });
-    setShortcut(commandK, name);
-    EXPECT_FALSE(hotKeys->isRegistered(38, 768));
-    EXPECT_EQ(hotKeys->release(38, 768), std::nullopt);
-    hotKeys->release(40, 256);
-    EXPECT_EQ(fired, 1);
-}
-
 TEST_F(Actions, RemovingActionsKeepsHotKeysThatStreamsUse) {
     const Name withStream(QStringLiteral("a"), commandShiftJ);
     const Name plain(QStringLiteral("b"), commandK);
@@ -290,33 +277,4 @@ TEST_F(Streams, SinksJoinLaterAndLeaveAtOnce) {
     testutil::processEventsFor(std::chrono::milliseconds(10));
     EXPECT_FALSE(hotKeys->isRegistered(38, 768));
     EXPECT_EQ(hotKeys->release(38, 768), std::nullopt);
-}
-
-TEST_F(MenuObservers, AnyOpenMenuWithdrawsTheHotKeys) {
-    const Name name(QStringLiteral("n"), commandShiftJ);
-    int fired = 0;
-    onKeyUp(name, [&] { ++fired; });
-    const auto idBefore = hotKeys->registrations().at(0).id;
-
-    QMenu menu;
-    QMenu* submenu = menu.addMenu(QStringLiteral("More"));
-    submenu->addAction(QStringLiteral("Item"));
-    menu.popup(QPoint(10, 10));
-    ASSERT_TRUE(testutil::waitUntil([] { return menuIsOpen(); }));
-    EXPECT_TRUE(hotKeys->registrations().isEmpty());
-    EXPECT_EQ(HotKeyRegistry::entries().size(), 1);
-
-    submenu->popup(QPoint(40, 40));
-    ASSERT_TRUE(testutil::waitUntil([&] { return submenu->isVisible(); }));
-    submenu->hide();
-    EXPECT_TRUE(menuIsOpen()); // the outer menu is still open
-
-    // Inside the open menu the raw key events are matched instead.
-    EXPECT_EQ(hotKeys->rawKeyUp(38, 768), platform::osstatus::noErr);
-    EXPECT_EQ(fired, 1);
-
-    menu.hide();
-    EXPECT_FALSE(menuIsOpen());
-    ASSERT_EQ(hotKeys->registrations().size(), 1);
-    EXPECT_EQ(hotKeys->registrations().at(0).id, idBefore);
 }

@@ -158,7 +158,6 @@ TEST(AnthropicServiceAnswers, EveryResponseReadsAsItsAnswerOrItsError) {
         {200, R"({"content":[{"text":"Done"}]})", QStringLiteral("=Done"), noTokens},
         {200, R"({"content":[{"text":"Done"}],"usage":"12 in"})", QStringLiteral("=Done"),
          noTokens},
-        {200, R"({"content":[{"text":"Done"}],"usage":[1,2]})", QStringLiteral("=Done"), noTokens},
         {200, R"({"content":[{"text":"Done"}],"usage":{"input_tokens":12.5,"output_tokens":"9"}})",
          QStringLiteral("=Done"), zeroTokens},
         {200, R"({"usage":{"output_tokens":4096},"content":[{"text":"Done"}]})",
@@ -168,18 +167,16 @@ TEST(AnthropicServiceAnswers, EveryResponseReadsAsItsAnswerOrItsError) {
         {200, R"({"content":[{"text":""}]})", QStringLiteral("="), noTokens},
         {200, "{\"content\":[{\"text\":\"\xc2\xa0tabs\\t\\r\\n\"}]}",
          QStringLiteral("=\u00a0tabs\t\r\n"), noTokens},
-        // Any status but 200 is an error, also a success code; its text is decoded strictly.
+        // Any status but 200 is an error, also a success code; its text is decoded strictly (the
+        // decoder's cases are in Utf8Test).
         {201, "created", QStringLiteral("api:created"), noTokens},
         {529, "\xef\xbb\xbfOverloaded \xe2\x80\x94 later",
          QStringLiteral("api:\ufeffOverloaded — later"), noTokens},
         {500, "", QStringLiteral("api:"), noTokens},
         {503, "bad \xff\xfe bytes", QStringLiteral("api:Unknown error"), noTokens},
-        {400, "\xed\xa0\x80 surrogate", QStringLiteral("api:Unknown error"), noTokens},
-        {502, "\xc0\xaf overlong", QStringLiteral("api:Unknown error"), noTokens},
         {200, "Hello, not JSON", QStringLiteral("json"), noTokens},
         {200, "", QStringLiteral("json"), noTokens},
         {200, "{\"content\":[{\"text\":\"\xff\"}]}", QStringLiteral("json"), noTokens},
-        {200, R"({"content":[{"text":"unterminated)", QStringLiteral("json"), noTokens},
         {200, "{\"content\":[]," + usage5 + '}', QStringLiteral("parse"), fiveTokens},
         {200, R"({"content":[{"type":"tool_use"},{"text":"later"}]})", QStringLiteral("parse"),
          noTokens},

@@ -89,51 +89,46 @@ void expectOneReportPerKey(const support::LogCapture& log, const QStringList& ke
 
 } // namespace
 
-TEST_F(AppSettingsTest, FreshStoreYieldsDefaultsAndLoadingWritesNothing) {
-    support::LogCapture log;
-    {
-        const auto settings = load();
-        EXPECT_EQ(settings->apiKey(), QString());
-        EXPECT_EQ(settings->systemPrompt(), AppSettings::defaultSystemPrompt);
-        EXPECT_EQ(settings->selectedModel(), ClaudeModel::haiku);
-        EXPECT_FALSE(settings->launchAtLogin());
-        EXPECT_TRUE(settings->showMenuBarIcon());
-        EXPECT_FALSE(settings->autoFixOnTrigger());
-        testutil::processEventsFor(std::chrono::milliseconds(50));
+// Loading reads: it writes nothing, not even to a fresh store, and leaves the login item alone.
+TEST_F(AppSettingsTest, ValuesLoadAsStoredOrAsDefaultsAndLoadingWritesNothing) {
+    const QByteArray stored = "[General]\n"
+                              "anthropic_api_key=\"  sk-ant-spaced  \"\n"
+                              "system_prompt=\n"
+                              "selected_model=claude-opus-4-6\n"
+                              "launch_at_login=true\n"
+                              "show_menu_bar_icon=false\n"
+                              "auto_fix_on_trigger=true\n";
+    for (const bool fresh : {true, false}) {
+        useNewFile();
+        if (!fresh)
+            writeStore(stored);
+        const QDateTime modified = QFileInfo(path()).lastModified();
+        support::LogCapture log;
+        {
+            const auto settings = load();
+            EXPECT_EQ(settings->apiKey(), fresh ? QString() : QStringLiteral("  sk-ant-spaced  "));
+            // Stored empty is not the default.
+            EXPECT_EQ(settings->systemPrompt(),
+                      fresh ? AppSettings::defaultSystemPrompt : QString());
+            EXPECT_EQ(settings->selectedModel(), fresh ? ClaudeModel::haiku : ClaudeModel::opus);
+            EXPECT_EQ(settings->launchAtLogin(), !fresh);
+            EXPECT_EQ(settings->showMenuBarIcon(), fresh);
+            EXPECT_EQ(settings->autoFixOnTrigger(), !fresh);
+            testutil::processEventsFor(std::chrono::milliseconds(50));
+        }
+        EXPECT_EQ(storeBytes(), fresh ? QByteArray() : stored);
+        EXPECT_EQ(QFileInfo::exists(path()), !fresh);
+        EXPECT_EQ(QFileInfo(path()).lastModified(), modified);
+        EXPECT_EQ(loginItem_.registerCalls() + loginItem_.unregisterCalls(), 0);
+        EXPECT_TRUE(log.records().isEmpty());
     }
-    EXPECT_FALSE(QFileInfo::exists(path()));
-    EXPECT_EQ(loginItem_.registerCalls() + loginItem_.unregisterCalls(), 0);
-    EXPECT_TRUE(log.records().isEmpty());
     EXPECT_EQ(AppSettings::defaultSystemPrompt.size(), 154);
 }
 
-TEST_F(AppSettingsTest, StoredValuesLoadAsWrittenAndLoadingLeavesTheFileAlone) {
-    const QByteArray ini = "[General]\n"
-                           "anthropic_api_key=\"  sk-ant-spaced  \"\n"
-                           "system_prompt=\n"
-                           "selected_model=claude-opus-4-6\n"
-                           "launch_at_login=true\n"
-                           "show_menu_bar_icon=false\n"
-                           "auto_fix_on_trigger=true\n";
-    writeStore(ini);
-    const QDateTime modified = QFileInfo(path()).lastModified();
-    {
-        const auto settings = load();
-        EXPECT_EQ(settings->apiKey(), QStringLiteral("  sk-ant-spaced  "));
-        EXPECT_EQ(settings->systemPrompt(), QString()); // stored empty, not the default
-        EXPECT_EQ(settings->selectedModel(), ClaudeModel::opus);
-        EXPECT_TRUE(settings->launchAtLogin());
-        EXPECT_FALSE(settings->showMenuBarIcon());
-        EXPECT_TRUE(settings->autoFixOnTrigger());
-        testutil::processEventsFor(std::chrono::milliseconds(50));
-    }
-    EXPECT_EQ(storeBytes(), ini);
-    EXPECT_EQ(QFileInfo(path()).lastModified(), modified);
-    EXPECT_EQ(loginItem_.registerCalls(), 0); // the registration is not touched at load
-}
-
 TEST_F(AppSettingsTest, UnknownModelFallsBackToHaikuAndStaysInTheStore) {
-    for (const QByteArray stored : {"claude-3-haiku-20240307", "Claude-sonnet-4-6", "opus"}) {
+    // Only the exact identifier names a model: no other case, no spaces around it.
+    for (const QByteArray stored :
+         {"claude-3-haiku-20240307", "Claude-sonnet-4-6", "opus", "\"claude-opus-4-6 \""}) {
         useNewFile();
         writeStore("[General]\nselected_model=" + stored + "\nsystem_prompt=kept\n");
         const auto settings = load();

@@ -66,18 +66,8 @@ protected:
     QLineEdit& keyField() { return *ai().keyField(); }
     QPushButton& save() { return *ai().saveButton(); }
 
-    QStringList labelTexts(QWidget* root) {
-        QStringList texts;
-        for (const QLabel* label : root->findChildren<QLabel*>())
-            texts << label->text();
-        return texts;
-    }
     QPushButton* buttonTitled(const QString& title) {
-        for (QPushButton* b : view->findChildren<QPushButton*>()) {
-            if (b->text() == title)
-                return b;
-        }
-        return nullptr;
+        return qobject_cast<QPushButton*>(testutil::buttonWithText(*view, title));
     }
 
     QTemporaryDir home;
@@ -230,7 +220,7 @@ TEST_F(SettingsViewTest, ThePermissionRowFollowsTrustOnlyWhenDrawnAgain) {
     view->hide();
     view->show();
     ui::GeneralSettingsTab& general = *view->generalTab();
-    EXPECT_TRUE(labelTexts(&general).contains(QStringLiteral("Not Enabled")));
+    EXPECT_TRUE(testutil::labelTexts(general).contains(QStringLiteral("Not Enabled")));
     const auto tiles = general.findChildren<ui::SettingsIcon*>();
     const auto lock = std::find_if(tiles.begin(), tiles.end(), [](const ui::SettingsIcon* t) {
         return t->icon() == QStringLiteral("lock.shield.fill");
@@ -240,11 +230,12 @@ TEST_F(SettingsViewTest, ThePermissionRowFollowsTrustOnlyWhenDrawnAgain) {
 
     desktop.setTrusted(true);
     testutil::processEventsFor(100ms);
-    EXPECT_TRUE(labelTexts(&general).contains(QStringLiteral("Not Enabled"))) << "no polling";
+    EXPECT_TRUE(testutil::labelTexts(general).contains(QStringLiteral("Not Enabled")))
+        << "no polling";
 
     view->setCurrentTab(1);
     view->setCurrentTab(0);
-    EXPECT_TRUE(labelTexts(&general).contains(QStringLiteral("Enabled")));
+    EXPECT_TRUE(testutil::labelTexts(general).contains(QStringLiteral("Enabled")));
     EXPECT_EQ((*lock)->color(), ui::colors::green());
 }
 
@@ -280,7 +271,7 @@ TEST_F(SettingsViewTest, TheKeystrokeProblemShowsWithItsAllowButtonUntilCleared)
     EXPECT_FALSE(allow->isVisible());
     int retries = 0;
     general.setKeystrokeProblem(QStringLiteral("Mendwise may not type"), [&retries] { ++retries; });
-    EXPECT_TRUE(labelTexts(&general).contains(QStringLiteral("Mendwise may not type")));
+    EXPECT_TRUE(testutil::labelTexts(general).contains(QStringLiteral("Mendwise may not type")));
     ASSERT_TRUE(allow->isVisible());
     QTest::mouseClick(allow, Qt::LeftButton);
     EXPECT_EQ(retries, 1);

@@ -2,14 +2,11 @@
 // session bus: what is proposed, what is delivered, what the user reads when it is refused.
 #include "platform/wayland/PortalGlobalShortcuts.h"
 
-#include "tests/common/ChildProcess.h"
 #include "tests/common/TestUtil.h"
+#include "tests/wayland/PortalStandIn.h"
 
 #include <QCoreApplication>
 #include <QDBusArgument>
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
-#include <QDBusMessage>
 #include <QElapsedTimer>
 #include <QKeyEvent>
 #include <QWidget>
@@ -25,14 +22,7 @@ namespace {
 
 const HotKeyID triggerID{platform::fourCharCode("HKTS"), 1};
 constexpr std::uint32_t keyJ = 38;
-const QString portalName = QStringLiteral("org.freedesktop.portal.Desktop");
-
-bool portalOnBus(bool expected) {
-    return testutil::waitUntil([expected] {
-        return QDBusConnection::sessionBus().interface()->isServiceRegistered(portalName) ==
-               expected;
-    });
-}
+using portaltest::portalOnBus;
 
 TEST(PortalTriggerSyntax, TranslatesKeysAndModifierRoles) {
     const struct {
@@ -52,26 +42,12 @@ TEST(PortalTriggerSyntax, TranslatesKeysAndModifierRoles) {
     EXPECT_EQ(PortalGlobalShortcuts::shortcutId(triggerID), QStringLiteral("HKTS-1"));
 }
 
-class PortalTest : public ::testing::Test {
+class PortalTest : public portaltest::PortalStandInTest {
 protected:
-    void SetUp() override {
-        ASSERT_TRUE(portal_.started());
-        ASSERT_TRUE(portalOnBus(true)) << "the portal stand-in did not start";
-    }
+    PortalTest() : PortalStandInTest(MENDWISE_PORTAL_TEMPLATE) {}
     void TearDown() override {
         port_.reset();
-        portal_.finish({}, std::chrono::milliseconds(1));
-        portalOnBus(false);
-    }
-
-    static QDBusMessage mock(const QString& method, const QVariantList& arguments = {}) {
-        QDBusMessage call = QDBusMessage::createMethodCall(
-            portalName, QStringLiteral("/org/freedesktop/portal/desktop"),
-            QStringLiteral("org.freedesktop.DBus.Mock"), method);
-        call.setArguments(arguments);
-        QDBusMessage reply = QDBusConnection::sessionBus().call(call);
-        EXPECT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
-        return reply;
+        PortalStandInTest::TearDown();
     }
 
     // The portal methods called so far, in order, with a leading string argument.
@@ -113,11 +89,6 @@ protected:
         ASSERT_TRUE(testutil::waitUntil([this] { return !answers_.isEmpty(); }));
     }
 
-    testutil::ChildProcess portal_{QStringLiteral("/usr/bin/python3"),
-                                   {QStringLiteral("-m"), QStringLiteral("dbusmock"),
-                                    QStringLiteral("-l"), QStringLiteral("/dev/null"),
-                                    QStringLiteral("--template"),
-                                    QStringLiteral(MENDWISE_PORTAL_TEMPLATE)}};
     std::unique_ptr<PortalGlobalShortcuts> port_;
     platform::HotKeyRef ref_;
     QList<QPair<QString, QString>> answers_;

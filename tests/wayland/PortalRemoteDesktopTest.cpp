@@ -2,13 +2,10 @@
 // session bus: what reaches the portal, what is remembered across starts, what a refusal leaves.
 #include "platform/wayland/PortalRemoteDesktop.h"
 
-#include "tests/common/ChildProcess.h"
 #include "tests/common/TestUtil.h"
+#include "tests/wayland/PortalStandIn.h"
 
 #include <QDBusArgument>
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
-#include <QDBusMessage>
 #include <QElapsedTimer>
 #include <atomic>
 #include <gtest/gtest.h>
@@ -19,16 +16,9 @@ using State = platform::wayland::KeystrokeChannel::State;
 
 namespace {
 
-const QString portalName = QStringLiteral("org.freedesktop.portal.Desktop");
+using portaltest::portalOnBus;
 constexpr std::uint32_t keyLeftCtrl = 29;
 constexpr std::uint32_t keyC = 46;
-
-bool portalOnBus(bool expected) {
-    return testutil::waitUntil([expected] {
-        return QDBusConnection::sessionBus().interface()->isServiceRegistered(portalName) ==
-               expected;
-    });
-}
 
 // prepare() from a background thread, as the fixing code calls it, while this (GUI) thread
 // runs the event loop that does the portal's work.
@@ -44,30 +34,13 @@ State prepareOffThread(PortalRemoteDesktop& channel, int timeoutMs) {
     return state;
 }
 
-class RemoteDesktopTest : public ::testing::Test {
+class RemoteDesktopTest : public portaltest::PortalStandInTest {
 protected:
-    void SetUp() override {
-        ASSERT_TRUE(portal_.started());
-        ASSERT_TRUE(portalOnBus(true)) << "the portal stand-in did not start";
-    }
-    void TearDown() override {
-        portal_.finish({}, std::chrono::milliseconds(1));
-        portalOnBus(false);
-    }
+    RemoteDesktopTest() : PortalStandInTest(MENDWISE_REMOTE_DESKTOP_TEMPLATE) {}
 
     std::unique_ptr<PortalRemoteDesktop> channel() {
         return std::make_unique<PortalRemoteDesktop>([this] { return token_; },
                                                      [this](const QString& t) { token_ = t; });
-    }
-
-    static QDBusMessage mock(const QString& method, const QVariantList& arguments = {}) {
-        QDBusMessage call = QDBusMessage::createMethodCall(
-            portalName, QStringLiteral("/org/freedesktop/portal/desktop"),
-            QStringLiteral("org.freedesktop.DBus.Mock"), method);
-        call.setArguments(arguments);
-        QDBusMessage reply = QDBusConnection::sessionBus().call(call);
-        EXPECT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
-        return reply;
     }
 
     // The (key code, state) pairs the portal received, in order.
@@ -86,11 +59,6 @@ protected:
         return pairs;
     }
 
-    testutil::ChildProcess portal_{QStringLiteral("/usr/bin/python3"),
-                                   {QStringLiteral("-m"), QStringLiteral("dbusmock"),
-                                    QStringLiteral("-l"), QStringLiteral("/dev/null"),
-                                    QStringLiteral("--template"),
-                                    QStringLiteral(MENDWISE_REMOTE_DESKTOP_TEMPLATE)}};
     QString token_;
 };
 

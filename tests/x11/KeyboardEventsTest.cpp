@@ -4,7 +4,6 @@
 #include "platform/x11/X11Pasteboard.h"
 #include "tests/common/TestUtil.h"
 #include "tests/x11/DesktopApps.h"
-#include "tests/x11/KeyboardChords.h"
 
 #include <QRegularExpression>
 #include <gtest/gtest.h>
@@ -12,9 +11,25 @@
 
 using namespace platform;
 using namespace std::chrono_literals;
-using x11test::postChord;
 
 namespace {
+
+// A whole chord (key-down, then key-up, both with the same flags), as the text service posts it.
+void postChord(KeyboardEventsPort& keyboard, std::uint16_t virtualKey, CGEventFlags flags,
+               std::optional<std::int32_t> pid) {
+    const auto source = keyboard.createEventSource(hidSystemState);
+    for (const bool down : {true, false}) {
+        const auto event = keyboard.createKeyboardEvent(source, virtualKey, down);
+        setEventFlags(event, flags);
+        if (pid)
+            keyboard.postToPid(*pid, event);
+        else
+            keyboard.post(hidEventTap, event);
+    }
+}
+
+constexpr std::uint16_t keyC = 8;
+constexpr std::uint16_t keyJ = 38;
 
 const QString sampleText = QStringLiteral("The quick brown fox jumps over the lazy dog");
 
@@ -50,11 +65,11 @@ TEST_F(KeyboardEventsTest, CommandFlagsBecomeTheLinuxModifiers) {
     auto app = x11test::startQtTextApp(sampleText, 4, 11);
     ASSERT_NE(app, nullptr);
     const auto pid = static_cast<std::int32_t>(app->pid());
-    postChord(keyboard, x11test::keyC, eventflags::command, pid);
-    postChord(keyboard, x11test::keyJ,
+    postChord(keyboard, keyC, eventflags::command, pid);
+    postChord(keyboard, keyJ,
               eventflags::command | eventflags::shift | eventflags::option | eventflags::control,
               pid);
-    postChord(keyboard, x11test::keyJ, 0, std::nullopt);
+    postChord(keyboard, keyJ, 0, std::nullopt);
     ASSERT_TRUE(testutil::waitUntil([&] { return keyLines(*app).size() >= 3; }));
     EXPECT_EQ(keyLines(*app),
               (QStringList{QStringLiteral("key:Ctrl+C"),
@@ -70,7 +85,7 @@ TEST_F(KeyboardEventsTest, ModifiersTheUserHoldsDoNotJoinTheChord) {
 
     // Held through the whole wait: released for the chord, pressed again after it.
     x11test::xdotool({QStringLiteral("keydown"), QStringLiteral("alt")});
-    postChord(keyboard, x11test::keyC, eventflags::command, pid);
+    postChord(keyboard, keyC, eventflags::command, pid);
     x11test::xdotool({QStringLiteral("key"), QStringLiteral("x")});
     x11test::xdotool({QStringLiteral("keyup"), QStringLiteral("alt")});
     ASSERT_TRUE(testutil::waitUntil([&] { return keyLines(*app).size() >= 2; }));
@@ -81,7 +96,7 @@ TEST_F(KeyboardEventsTest, ModifiersTheUserHoldsDoNotJoinTheChord) {
     x11test::xdotool({QStringLiteral("keydown"), QStringLiteral("shift")});
     std::atomic<bool> posted{false};
     std::thread poster([&] {
-        postChord(keyboard, x11test::keyC, eventflags::command, pid);
+        postChord(keyboard, keyC, eventflags::command, pid);
         posted = true;
     });
     testutil::processEventsFor(100ms);
@@ -101,8 +116,7 @@ TEST_F(KeyboardEventsTest, LayoutsWithoutLatinLettersStillGetCtrlC) {
         auto app = x11test::startQtTextApp(sampleText, 4, 11);
         ASSERT_NE(app, nullptr);
         pasteboard.clearContents();
-        postChord(keyboard, x11test::keyC, eventflags::command,
-                  static_cast<std::int32_t>(app->pid()));
+        postChord(keyboard, keyC, eventflags::command, static_cast<std::int32_t>(app->pid()));
         ASSERT_TRUE(testutil::waitUntil([&] { return !keyLines(*app).isEmpty(); }));
         EXPECT_EQ(keyLines(*app), QStringList{QStringLiteral("key:Ctrl+C")});
         EXPECT_TRUE(testutil::waitUntil(
@@ -116,10 +130,10 @@ TEST_F(KeyboardEventsTest, EventsForAnotherProcessAreNotTypedIntoTheFocusedOne) 
     auto app = x11test::startQtTextApp(sampleText, 4, 11);
     ASSERT_NE(app, nullptr);
     const auto other = static_cast<std::int32_t>(app->pid()) + 100000;
-    postChord(keyboard, x11test::keyJ, eventflags::command, other);
+    postChord(keyboard, keyJ, eventflags::command, other);
     testutil::processEventsFor(300ms);
     EXPECT_TRUE(keyLines(*app).isEmpty());
-    postChord(keyboard, x11test::keyJ, eventflags::command, std::nullopt);
+    postChord(keyboard, keyJ, eventflags::command, std::nullopt);
     EXPECT_TRUE(testutil::waitUntil([&] {
         return keyLines(*app) == QStringList{QStringLiteral("key:Ctrl+J")};
     })) << keyLines(*app).join(u' ').toStdString();
@@ -129,8 +143,5 @@ TEST_F(KeyboardEventsTest, UnknownKeysMakeNoEvents) {
     const auto source = keyboard.createEventSource(hidSystemState);
     ASSERT_NE(source, nullptr);
     EXPECT_EQ(keyboard.createKeyboardEvent(source, 0x7fff, true), nullptr);
-    EXPECT_NE(keyboard.createKeyboardEvent(nullptr, x11test::keyC, true), nullptr);
-    // Posting nothing does nothing.
-    keyboard.post(hidEventTap, nullptr);
-    keyboard.postToPid(1, nullptr);
+    EXPECT_NE(keyboard.createKeyboardEvent(nullptr, keyC, true), nullptr);
 }

@@ -68,12 +68,6 @@ TEST_F(TextServiceTest, SelectionsAreReadThroughAccessibilityWithoutTouchingTheC
         EXPECT_GE(log.indexOf(QStringLiteral(
                       "[TextSelectionService] ✅ AX SUCCESS — 11 chars: \"quick brown\"")),
                   0);
-        EXPECT_GE(log.indexOfPrefix(QStringLiteral("[TextSelectionService] ─")), 0);
-        EXPECT_TRUE(
-            log.records().first().contains(QLatin1String("  - sourceApp bundle:  Mousepad\n")));
-        EXPECT_TRUE(
-            log.records().first().contains(QLatin1String("  - sourceApp name:    Mousepad\n")));
-        EXPECT_TRUE(log.records().first().contains(QLatin1String("  - AX trusted:        true\n")));
     }
     {
         auto editor = x11test::startQtTextApp(sampleText, 4, 11);
@@ -245,20 +239,38 @@ TEST_F(TextServiceTest, AClipboardManagerRefillingTheClipboardIsNotTakenForTheSe
     EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
 }
 
-TEST_F(TextServiceTest, TerminalsAreCopiedFromAndPastedIntoWithoutAnInterrupt) {
+// Terminal emulators get their own copy and paste chords, never a bare Ctrl+C: the program
+// running in each dies on SIGINT and says so.
+class TerminalTextServiceTest : public TextServiceTest,
+                                public ::testing::WithParamInterface<x11test::Terminal> {};
+
+TEST_P(TerminalTextServiceTest, CopyAndPasteUseTheTerminalsOwnChordsNeverCtrlC) {
     const QString report = QDir::home().filePath(QStringLiteral("service-sentinel.txt"));
-    for (const x11test::Terminal* emulator : {&x11test::xterm, &x11test::st}) {
-        SCOPED_TRACE(emulator->name);
-        auto terminal = x11test::startTerminal(emulator->command, report);
-        ASSERT_NE(terminal, nullptr);
-        x11test::selectFirstTerminalWord();
-        EXPECT_TRUE(copySelection().startsWith(QLatin1String("sentinelword")));
-        paste(QStringLiteral("pasted by the service"));
-        x11test::xdotool({QStringLiteral("key"), QStringLiteral("Return")});
-        EXPECT_TRUE(testutil::waitUntil([&] {
-            return x11test::readFile(report).contains(QLatin1String("line:pasted by the service"));
-        })) << x11test::readFile(report).toStdString();
-        EXPECT_FALSE(x11test::readFile(report).contains(QLatin1String("SIGINT")));
-        EXPECT_TRUE(terminal->isRunning());
-    }
+    auto terminal = x11test::startTerminal(GetParam().command, report);
+    ASSERT_NE(terminal, nullptr);
+    x11test::selectFirstTerminalWord();
+    // Terminals differ in what a double click takes; what they hold on PRIMARY is the selection.
+    const QString selected =
+        x11test::pastedElsewhere(QStringLiteral("primary")).value_or(QString());
+    ASSERT_TRUE(selected.startsWith(QLatin1String("sentinelword"))) << selected.toStdString();
+    EXPECT_EQ(copySelection(), selected);
+
+    // One line without its end: rxvt-unicode asks before pasting several lines.
+    paste(QStringLiteral("pasted by the service"));
+    x11test::xdotool({QStringLiteral("key"), QStringLiteral("Return")});
+    EXPECT_TRUE(testutil::waitUntil([&] {
+        return x11test::readFile(report).contains(QLatin1String("line:pasted by the service"));
+    })) << x11test::readFile(report).toStdString();
+    testutil::processEventsFor(200ms);
+    EXPECT_FALSE(x11test::readFile(report).contains(QLatin1String("SIGINT")));
+    EXPECT_TRUE(terminal->isRunning());
+
+    // The control: a bare Ctrl+C does reach the program and ends it.
+    x11test::xdotool({QStringLiteral("key"), QStringLiteral("ctrl+c")});
+    EXPECT_TRUE(testutil::waitUntil(
+        [&] { return x11test::readFile(report).contains(QLatin1String("SIGINT")); }));
 }
+
+INSTANTIATE_TEST_SUITE_P(Terminals, TerminalTextServiceTest,
+                         ::testing::Values(x11test::xterm, x11test::st, x11test::urxvt),
+                         [](const auto& param) { return std::string(param.param.name); });
