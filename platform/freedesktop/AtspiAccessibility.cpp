@@ -716,9 +716,9 @@ public:
     }
 
     // The object found last for `pid`, if found no longer than `maxAge` ago.
-    std::optional<ObjectRef>
-    lastFocus(std::int32_t pid,
-              std::chrono::milliseconds maxAge = std::chrono::milliseconds::max()) {
+    std::optional<ObjectRef> lastFocus(
+        std::int32_t pid,
+        std::chrono::steady_clock::duration maxAge = std::chrono::steady_clock::duration::max()) {
         const std::lock_guard lock(mutex);
         const auto known = lastFocused.find(pid);
         if (known == lastFocused.end() ||
