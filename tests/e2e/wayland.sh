@@ -39,7 +39,8 @@ swaymsg "bindsym Ctrl+Shift+j exec $app --trigger" >/dev/null
 start_fake --answer "I have a spelling error."
 printf '%s' 'I has a speling eror.' >"$work/note.txt"
 mousepad "$work/note.txt" >"$work/mousepad.log" 2>&1 &
-pids+=($!)
+editor=$!
+pids+=("$editor")
 wait_for 20 focused_is mousepad || { echo "mousepad did not come up"; exit 1; }
 # Keystrokes with modifiers cannot select here (headless sway's virtual keyboards carry no
 # modifier state to clients); the accessibility bus can.
@@ -88,10 +89,13 @@ check "the request carried the Qt selection" grep -qF '"content\":\"Corectted.\"
 # 4. A GTK editor without its accessibility bridge: Mendwise types Ctrl+C and Ctrl+V, as the
 #    keys of a Latin layout although the session's keyboard types Russian first.
 pastes_more_than() { test "$(log_count '[TextSelectionService] ✅ pasteText END')" -gt "$1"; }
-pkill -x mousepad # one instance serves every window: the next must start afresh
+# One instance serves every window: the next must start afresh, once the old one is gone, and
+# without the session bus, where a dying instance could still hold the name and take the file.
+kill "$editor"
+wait_for 10 eval '! kill -0 "$editor"' || { echo "mousepad did not quit"; exit 1; }
 start_fake --answer "I have a spelling error."
 printf '%s' 'I has a speling eror.' >"$work/plain.txt"
-NO_AT_BRIDGE=1 mousepad "$work/plain.txt" >"$work/mousepad-plain.log" 2>&1 &
+NO_AT_BRIDGE=1 mousepad --disable-server "$work/plain.txt" >"$work/mousepad-plain.log" 2>&1 &
 pids+=($!)
 wait_for 20 focused_is mousepad || { echo "mousepad without accessibility did not come up"; exit 1; }
 "$keys" ctrl+a
