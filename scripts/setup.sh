@@ -33,7 +33,7 @@ packages=(
 # The applications people use, for the "apps" tests (label apps): GTK 4, Qt 5/KDE and
 # LibreOffice (with its GTK 3 face, which carries its accessibility).
 if [ "${1:-}" = "--test-apps" ]; then
-    packages+=(gnome-text-editor kwrite libreoffice-writer libreoffice-gtk3)
+    packages+=(gnome-text-editor kwrite libreoffice-writer libreoffice-gtk3 firefox-esr chromium)
 fi
 
 missing=()

@@ -26,6 +26,7 @@
 #include <map>
 #include <mutex>
 #include <set>
+#include <thread>
 #include <unistd.h>
 #include <variant>
 
@@ -65,6 +66,8 @@ constexpr int collectionMatchLimit = 16;
 constexpr int diveLimit = 300;
 // How long the focused object found is taken on trust (see focusedElement).
 constexpr std::chrono::milliseconds recentFocus{2000};
+// How long to wait before asking again for a place not known yet (see placeOnceKnown).
+constexpr std::chrono::milliseconds placeRetry{40};
 // A container that manages its descendants is searched only when it holds this few.
 constexpr int managedChildrenLimit = 500;
 
@@ -693,6 +696,7 @@ public:
         }
         if (chain.empty())
             return errorResult(walked == ax::success ? ax::noValue : walked);
+        markSizeless(bus, chain, deadline);
         const ObjectRef& found = pick(chain);
         remember(pid, found);
         return valueResult(elementRef(pid, found));
@@ -702,17 +706,43 @@ public:
         ObjectRef ref;
         bool text = false;
         int depth = 0;
+        bool sizeless = false; // takes no room on screen
     };
     using FocusChain = std::vector<Focused>;
     using Queue = std::deque<std::pair<ObjectRef, int>>; // object, depth
 
+    // The deepest focused object that offers Text and takes room on screen, else the deepest
+    // one that offers Text, else the deepest focused one.
     static const ObjectRef& pick(const FocusChain& chain) {
         const Focused* best = nullptr;
+        const auto better = [&best](const Focused& focused) {
+            if (best == nullptr || (best->sizeless && !focused.sizeless))
+                return true;
+            return best->sizeless == focused.sizeless && focused.depth > best->depth;
+        };
         for (const auto& focused : chain) {
-            if (focused.text && (best == nullptr || focused.depth > best->depth))
+            if (focused.text && better(focused))
                 best = &focused;
         }
         return best != nullptr ? best->ref : chain.back().ref;
+    }
+
+    // Where several focused objects offer Text, marks those of no size: Chromium keeps the
+    // empty documents of windows nobody sees (bubbles, popups) focused and showing beside the
+    // text area that holds the focus. One call each, and only then.
+    void markSizeless(const QString& bus, FocusChain& chain, const Deadline& deadline) {
+        if (std::count_if(chain.begin(), chain.end(),
+                          [](const Focused& focused) { return focused.text; }) < 2)
+            return;
+        for (auto& focused : chain) {
+            if (!focused.text)
+                continue;
+            const Answer answer = call(bus, focused.ref, QLatin1String(componentInterface),
+                                       QStringLiteral("GetExtents"), {coordTypeScreen}, deadline);
+            const auto box = answer.ok() ? fourInts(answer) : std::nullopt;
+            // Not -1, Firefox's "not known yet".
+            focused.sizeless = box && ((*box)[2] == 0 || (*box)[3] == 0);
+        }
     }
 
     // The object found last for `pid`, if found no longer than `maxAge` ago.
@@ -979,6 +1009,9 @@ public:
         const auto box = fourInts(answer);
         if (!box)
             return errorResult(ax::failure);
+        // Firefox says -1 everywhere for a place it does not know yet.
+        if ((*box)[2] < 0 || (*box)[3] < 0)
+            return errorResult(ax::noValue);
         const Rect rect = accessibilityFromNative(
             Rect{double((*box)[0]), double((*box)[1]), double((*box)[2]), double((*box)[3])},
             layout());
@@ -1002,12 +1035,25 @@ public:
                 --end;
             if (error != ax::success && error != ax::parameterizedAttributeUnsupported)
                 return errorResult(error);
-            const Answer answer = end > start ? call(bus, target, QLatin1String(textInterface),
-                                                     QStringLiteral("GetRangeExtents"),
-                                                     {start, end, coordTypeScreen}, deadline, true)
-                                              : call(bus, target, QLatin1String(textInterface),
-                                                     QStringLiteral("GetCharacterExtents"),
-                                                     {start, coordTypeScreen}, deadline, true);
+            const auto ask = [&] {
+                return end > start ? call(bus, target, QLatin1String(textInterface),
+                                          QStringLiteral("GetRangeExtents"),
+                                          {start, end, coordTypeScreen}, deadline, true)
+                                   : call(bus, target, QLatin1String(textInterface),
+                                          QStringLiteral("GetCharacterExtents"),
+                                          {start, coordTypeScreen}, deadline, true);
+            };
+            Answer answer = ask();
+            // Firefox answers zeros while it fetches the place from the page's process (the
+            // object itself then says -1 everywhere), and knows it a moment later: the first
+            // question after a page loads.
+            for (int tries = 0; tries < 5 && answer.ok() && !usable(fourInts(answer)) &&
+                                deadline.remainingMs(placeRetry * 2) > placeRetry.count() &&
+                                placeNotKnownYet(bus, target, deadline);
+                 ++tries) {
+                std::this_thread::sleep_for(placeRetry);
+                answer = ask();
+            }
             if (answer.ok())
                 box = fourInts(answer);
             if (!usable(box)) {
@@ -1071,6 +1117,12 @@ public:
         const std::lock_guard lock(mutex);
         screenPositions[service] = knows;
         return knows;
+    }
+
+    bool placeNotKnownYet(const QString& bus, const ObjectRef& target, const Deadline& deadline) {
+        const Answer answer = call(bus, target, QLatin1String(componentInterface),
+                                   QStringLiteral("GetExtents"), {coordTypeScreen}, deadline);
+        return answer.ok() && fourInts(answer) == std::array<int, 4>{-1, -1, -1, -1};
     }
 
     static bool usable(const std::optional<std::array<int, 4>>& box) {

@@ -39,8 +39,6 @@ struct DesktopApp {
     bool anchorUnderText = true;
 };
 
-// Chromium is not in the list yet: documents of windows nobody sees claim the focus beside the
-// text area that holds it.
 const DesktopApp apps[] = {
     {"mousepad (GTK 3)", {"mousepad", "--disable-server", "FILE"}},
     {"GNOME Text Editor (GTK 4)", {"gnome-text-editor", "--standalone", "FILE"}, false},
@@ -48,6 +46,9 @@ const DesktopApp apps[] = {
     {"KWrite (Qt 5, KDE)", {"kwrite", "FILE"}, false},
     {"LibreOffice Writer", {"soffice", "--writer", "--norestore", "--nologo", "FILE"}},
     {"Firefox", {"firefox-esr", "--no-remote", "--new-instance", "--profile", "PROFILE", "PAGE"}},
+    {"Chromium",
+     {"chromium", "--force-renderer-accessibility", "--no-sandbox", "--no-first-run",
+      "--disable-gpu", "--user-data-dir=PROFILE", "PAGE"}},
 };
 
 class AppsMatrixTest : public ::testing::TestWithParam<DesktopApp> {
@@ -78,11 +79,11 @@ protected:
         const QString profile = QDir::home().filePath(QStringLiteral("browser-profile"));
         QStringList command;
         for (const QString& part : app.command)
-            command << (part == QLatin1String("FILE")      ? file
-                        : part == QLatin1String("PAGE")    ? QUrl::fromLocalFile(page).toString()
-                        : part == QLatin1String("PROFILE") ? profile
-                                                           : part);
-        if (app.command.contains(QLatin1String("PROFILE")))
+            command << (part == QLatin1String("FILE")   ? file
+                        : part == QLatin1String("PAGE") ? QUrl::fromLocalFile(page).toString()
+                                                        : part);
+        command.replaceInStrings(QStringLiteral("PROFILE"), profile);
+        if (!command.filter(profile).isEmpty())
             QDir().mkpath(profile);
         if (QStandardPaths::findExecutable(command.first()).isEmpty() &&
             !QFileInfo(command.first()).isExecutable()) {
