@@ -20,8 +20,7 @@ using HttpHeaders = std::vector<std::pair<QByteArray, QByteArray>>;
 
 struct HttpRequest {
     QByteArray method;
-    QByteArray target; // the path as sent, with any query
-    QByteArray version;
+    QByteArray target;   // the path as sent, with any query
     HttpHeaders headers; // in the order received, names as sent
     QByteArray body;
 
@@ -32,7 +31,7 @@ struct HttpRequest {
 
 struct HttpResponse {
     int status = 200;
-    HttpHeaders headers; // Content-Length and Connection: close are added unless present
+    HttpHeaders headers; // Content-Length and Connection: close are added
     QByteArray body;
     // Before anything is sent.
     std::chrono::milliseconds delay{0};
