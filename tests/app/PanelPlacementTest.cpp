@@ -74,10 +74,7 @@ TEST(PanelPlacement, ChoosesTheScreenHoldingTheOrigin) {
     // With no main screen, the first of the list.
     desktop.setScreens({external, laptop}, std::nullopt);
     EXPECT_EQ(clamp({-500, 300}, desktop), (Point{1448, 300}));
-}
-
-TEST(PanelPlacement, WithoutScreensTheOriginStays) {
-    SimDesktop desktop;
+    // With no screen at all, the origin stays.
     desktop.setScreens({}, std::nullopt);
     EXPECT_EQ(clamp({-5000, 99999}, desktop), (Point{-5000, 99999}));
 }
