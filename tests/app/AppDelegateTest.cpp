@@ -115,7 +115,7 @@ protected:
     std::unique_ptr<app::AppDelegate> delegate;
 };
 
-TEST_F(AppDelegateTest, LaunchChecksTrustAsksOnceIfNeededAndBindsTheTrigger) {
+TEST_F(AppDelegateTest, LaunchChecksTrustAsksOnceIfNeededAndBindsTheTriggerTillTermination) {
     const QString granted = QStringLiteral("[AppDelegate] ✅ Accessibility granted");
     const QString asking =
         QStringLiteral("[AppDelegate] ⚠️ Requesting Accessibility permission…");
@@ -135,6 +135,15 @@ TEST_F(AppDelegateTest, LaunchChecksTrustAsksOnceIfNeededAndBindsTheTrigger) {
                   log.indexOf(
                       QStringLiteral("[HotkeyManager] Registered shortcut using Hotkeys library")));
         EXPECT_EQ(delegate->settingsWindow(), nullptr); // created on first request only
+
+        // Termination releases the trigger.
+        delegate->applicationWillTerminate();
+        EXPECT_FALSE(hotKeys->isRegistered(keyJ, commandShift));
+        EXPECT_FALSE(delegate->hotkeyManager()->callback);
+        hotKeys->press(keyJ, commandShift);
+        hotKeys->release(keyJ, commandShift);
+        testutil::processEventsFor(50ms);
+        EXPECT_FALSE(log.contains(QStringLiteral("[AppDelegate] 🚀 showPicker")));
     }
 }
 
@@ -277,18 +286,6 @@ TEST_F(AppDelegateTest, AFailureShowsItsDescriptionAndPastesNothing) {
     // What an empty captured text fails with.
     EXPECT_EQ(app::AppDelegate::MendwiseError().errorDescription(),
               QStringLiteral("No text selected"));
-}
-
-TEST_F(AppDelegateTest, TerminationReleasesTheTrigger) {
-    launch();
-    ASSERT_TRUE(hotKeys->isRegistered(keyJ, commandShift));
-    delegate->applicationWillTerminate();
-    EXPECT_FALSE(hotKeys->isRegistered(keyJ, commandShift));
-    EXPECT_FALSE(delegate->hotkeyManager()->callback);
-    hotKeys->press(keyJ, commandShift);
-    hotKeys->release(keyJ, commandShift);
-    testutil::processEventsFor(50ms);
-    EXPECT_FALSE(log.contains(QStringLiteral("[AppDelegate] 🚀 showPicker — Editor")));
 }
 
 } // namespace
