@@ -224,8 +224,9 @@ TEST_F(AppSettingsTest, EveryAssignmentIsAnnouncedBeforeAndWrittenAtOnce) {
         // Only the tray icon's switch is posted; only the login switch reaches the login item.
         EXPECT_EQ(notifications->count - notified,
                   c.key == AppSettings::showMenuBarIconKey ? 2 : 0);
-        if (c.key != AppSettings::launchAtLoginKey)
+        if (c.key != AppSettings::launchAtLoginKey) {
             EXPECT_EQ(loginItem_.registerCalls() + loginItem_.unregisterCalls(), loginItemCalls);
+        }
         EXPECT_EQ(storedText(c.key), c.stored); // on disk, without waiting for anything
         EXPECT_EQ(QFile::permissions(path()), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                                                   QFileDevice::ReadUser | QFileDevice::WriteUser)
@@ -327,8 +328,8 @@ QJsonObject printedValues() {
 
 TEST(AppSettingsShared, ValuesAreReadBackByANewProcessAndSurviveACrash) {
     AppSettings& settings = AppSettings::shared();
-    settings.setApiKey(QStringLiteral("  sk-ant-from-parent  "));
-    // Commas, quotes, line breaks and a typed-looking word stay one string.
+    // Commas, quotes, line breaks and a typed-looking word stay one string each.
+    settings.setApiKey(QStringLiteral("  sk-ant-from, parent  "));
     const QString prompt = QStringLiteral("Line one, @Variant(x)\nline \"two\"");
     settings.setSystemPrompt(prompt);
     settings.setSelectedModel(ClaudeModel::opus);
@@ -340,7 +341,7 @@ TEST(AppSettingsShared, ValuesAreReadBackByANewProcessAndSurviveACrash) {
     EXPECT_TRUE(QFileInfo::exists(file)) << file.toStdString();
 
     const QJsonObject read = printedValues();
-    EXPECT_EQ(read.value(u"apiKey").toString(), QStringLiteral("  sk-ant-from-parent  "));
+    EXPECT_EQ(read.value(u"apiKey").toString(), QStringLiteral("  sk-ant-from, parent  "));
     EXPECT_EQ(read.value(u"systemPrompt").toString(), prompt);
     EXPECT_EQ(read.value(u"selectedModel").toString(), QStringLiteral("claude-opus-4-6"));
     EXPECT_EQ(read.value(u"launchAtLogin").toBool(true), false);
