@@ -90,18 +90,10 @@ LoopbackHttpServer::LoopbackHttpServer(quint16 port) {
     acceptor_ = std::thread([this] { acceptLoop(); });
 }
 
+// Stops accepting, wakes every stalled or delayed answer and waits for all threads.
 LoopbackHttpServer::~LoopbackHttpServer() {
-    stop();
-    ::close(listenFd_);
-    ::close(wakeFds_[0]);
-    ::close(wakeFds_[1]);
-}
-
-void LoopbackHttpServer::stop() {
     {
         const std::lock_guard lock(mutex_);
-        if (stopping_)
-            return;
         stopping_ = true;
         changed_.notify_all();
     }
@@ -109,8 +101,13 @@ void LoopbackHttpServer::stop() {
     while (::write(wakeFds_[1], &byte, 1) < 0 && errno == EINTR) {
     }
     acceptor_.join();
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return live_ == 0; });
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return live_ == 0; });
+    }
+    ::close(listenFd_);
+    ::close(wakeFds_[0]);
+    ::close(wakeFds_[1]);
 }
 
 void LoopbackHttpServer::enqueue(HttpResponse response) {
@@ -123,8 +120,8 @@ void LoopbackHttpServer::setHandler(Handler handler) {
     handler_ = std::move(handler);
 }
 
-QString LoopbackHttpServer::url(const QString& path) const {
-    return QStringLiteral("http://127.0.0.1:%1%2").arg(port_).arg(path);
+QString LoopbackHttpServer::url() const {
+    return QStringLiteral("http://127.0.0.1:%1/v1/messages").arg(port_);
 }
 
 std::vector<HttpRequest> LoopbackHttpServer::requests() const {

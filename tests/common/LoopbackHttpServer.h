@@ -65,7 +65,7 @@ public:
     void setHandler(Handler handler);
 
     [[nodiscard]] quint16 port() const { return port_; }
-    [[nodiscard]] QString url(const QString& path = QStringLiteral("/v1/messages")) const;
+    [[nodiscard]] QString url() const; // of the Messages API
 
     [[nodiscard]] std::vector<HttpRequest> requests() const;
     [[nodiscard]] int connectionCount() const;
@@ -73,9 +73,6 @@ public:
     [[nodiscard]] int maxConcurrentRequests() const;
     // Blocks until `count` requests have arrived (true) or the timeout passes (false).
     bool waitForRequests(int count, std::chrono::milliseconds timeout = std::chrono::seconds(5));
-
-    // Stops accepting, wakes every stalled or delayed answer and joins all threads.
-    void stop();
 
 private:
     void acceptLoop();

@@ -126,16 +126,14 @@ TEST_F(AnthropicServiceTest, TracesTheExchangeInOrder) {
     EXPECT_EQ(records[5], QStringLiteral("📊 [API] Tokens: 25 in → 3 out"));
     EXPECT_EQ(records[6], QStringLiteral("✅ [API] Success: \"Hello world...\" (11 chars)"));
 
-    // An error response: its status on the response line, then its whole body.
-    const QByteArray body = R"({"type":"error","error":{"type":"authentication_error"}})";
-    server_.enqueue(HttpResponse::json(401, body));
+    // An error response: its status on the response line, then one record (the table below
+    // has what it says).
+    server_.enqueue(HttpResponse::json(401, R"({"type":"error"})"));
     log_.clear();
-    const auto error = caught<AnthropicService::Err>(request());
-    EXPECT_EQ(error.errorDescription(), QString::fromUtf8(body));
+    (void)caught<AnthropicService::Err>(request());
     records = log_.records();
     ASSERT_EQ(records.size(), 6);
     EXPECT_EQ(responseLine.match(records[4]).captured(1), QStringLiteral("401"));
-    EXPECT_EQ(records[5], QStringLiteral("❌ [API] Error: ") + QString::fromUtf8(body));
 }
 
 // What each response reads as: "=" and the answer exactly as received, "api:" and the error
