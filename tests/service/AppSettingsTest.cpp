@@ -122,7 +122,6 @@ TEST_F(AppSettingsTest, ValuesLoadAsStoredOrAsDefaultsAndLoadingWritesNothing) {
         EXPECT_EQ(loginItem_.registerCalls() + loginItem_.unregisterCalls(), 0);
         EXPECT_TRUE(log.records().isEmpty());
     }
-    EXPECT_EQ(AppSettings::defaultSystemPrompt.size(), 154);
 }
 
 TEST_F(AppSettingsTest, UnknownModelFallsBackToHaikuAndStaysInTheStore) {
