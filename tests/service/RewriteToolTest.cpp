@@ -25,7 +25,7 @@ protected:
 
     ToolRun run(const QByteArray& input, QStringList arguments = {}) {
         arguments << QStringLiteral("--endpoint") << server_.url();
-        const auto result =
+        auto result =
             testutil::ChildProcess::run(QStringLiteral(MENDWISE_REWRITE_TOOL), arguments, input);
         EXPECT_TRUE(result.finished);
         return result; // a signal leaves the exit code at -1
