@@ -2,6 +2,7 @@
 #include "app/HotkeyManager.h"
 
 #include "hotkeys/Testing.h"
+#include "platform/sim/SimDesktop.h"
 #include "platform/sim/SimHotKeys.h"
 #include "platform/sim/SimKeyboardLayout.h"
 #include "support/Log.h"
@@ -13,16 +14,6 @@
 using platform::RunningApplication;
 
 namespace {
-
-// The application in front, as the test sets it.
-class FrontmostWorkspace final : public platform::WorkspacePort {
-public:
-    std::optional<RunningApplication> frontmostApplication() override { return frontmost; }
-    bool openURL(const QUrl&) override { return false; }
-    bool openFolder(const QString&) override { return false; }
-
-    std::optional<RunningApplication> frontmost;
-};
 
 const RunningApplication editor{4242, QStringLiteral("org.example.Editor"),
                                 QStringLiteral("Editor")};
@@ -42,7 +33,8 @@ protected:
     QSettings settings{QStringLiteral("Mendwise"), QStringLiteral("Mendwise")};
     std::shared_ptr<platform::sim::SimHotKeys> hotKeys =
         std::make_shared<platform::sim::SimHotKeys>();
-    std::shared_ptr<FrontmostWorkspace> workspace = std::make_shared<FrontmostWorkspace>();
+    std::shared_ptr<platform::sim::SimDesktop> workspace =
+        std::make_shared<platform::sim::SimDesktop>();
 };
 
 } // namespace
@@ -58,7 +50,9 @@ TEST_F(HotkeyManagerTest, ReleaseHandsTheFrontmostApplicationOverInALaterTurn) {
     const std::optional<RunningApplication> fronts[] = {
         editor, RunningApplication{7, std::nullopt, std::nullopt}, std::nullopt};
     for (const auto& front : fronts) {
-        workspace->frontmost = front;
+        if (front)
+            workspace->addApplication(*front);
+        workspace->setFrontmost(front ? std::optional(front->processIdentifier) : std::nullopt);
         received.clear();
         support::LogCapture log;
         hotKeys->press(38, 768);

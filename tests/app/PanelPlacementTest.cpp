@@ -27,21 +27,13 @@ TEST(PanelPlacement, OneScreen) {
     SimDesktop desktop;
     desktop.setScreens({laptop});
 
-    // Anchor well inside: the candidate stands.
-    EXPECT_EQ(candidateOriginFromAnchor({500, 400}), (Point{504, 252}));
-    EXPECT_EQ(panelOrigin(Point{500, 400}, desktop), (Point{504, 252}));
+    // Well inside, the candidate stands (AppDelegateTest checks that through the controller).
     // Past the right edge: 1440 < 1404 + 240, so x = 1440 - 240 - 8.
     EXPECT_EQ(panelOrigin(Point{1400, 400}, desktop), (Point{1192, 252}));
     // Below the screen: no screen holds (504, -48), the main one is used, y = 0 + 8.
     EXPECT_EQ(panelOrigin(Point{500, 100}, desktop), (Point{504, 8}));
     // Past the top of the visible frame: y = 875 - 140 - 8.
     EXPECT_EQ(panelOrigin(Point{500, 890}, desktop), (Point{504, 727}));
-
-    // No anchor: 12 right of the mouse.
-    desktop.setMouseLocation({700, 600});
-    EXPECT_EQ(candidateOrigin(std::nullopt, desktop), (Point{712, 452}));
-    EXPECT_EQ(panelOrigin(std::nullopt, desktop), (Point{712, 452}));
-    EXPECT_EQ(candidateOrigin(Point{10, 300}, desktop), (Point{14, 152}));
 }
 
 TEST(PanelPlacement, EdgesAreStrictAndTheLeftAndBottomMarginsWin) {
@@ -74,10 +66,7 @@ TEST(PanelPlacement, ChoosesTheScreenHoldingTheOrigin) {
     // With no main screen, the first of the list.
     desktop.setScreens({external, laptop}, std::nullopt);
     EXPECT_EQ(clamp({-500, 300}, desktop), (Point{1448, 300}));
-}
-
-TEST(PanelPlacement, WithoutScreensTheOriginStays) {
-    SimDesktop desktop;
+    // With no screen at all, the origin stays.
     desktop.setScreens({}, std::nullopt);
     EXPECT_EQ(clamp({-5000, 99999}, desktop), (Point{-5000, 99999}));
 }

@@ -20,8 +20,7 @@ using HttpHeaders = std::vector<std::pair<QByteArray, QByteArray>>;
 
 struct HttpRequest {
     QByteArray method;
-    QByteArray target; // the path as sent, with any query
-    QByteArray version;
+    QByteArray target;   // the path as sent, with any query
     HttpHeaders headers; // in the order received, names as sent
     QByteArray body;
 
@@ -32,7 +31,7 @@ struct HttpRequest {
 
 struct HttpResponse {
     int status = 200;
-    HttpHeaders headers; // Content-Length and Connection: close are added unless present
+    HttpHeaders headers; // Content-Length and Connection: close are added
     QByteArray body;
     // Before anything is sent.
     std::chrono::milliseconds delay{0};
@@ -66,7 +65,7 @@ public:
     void setHandler(Handler handler);
 
     [[nodiscard]] quint16 port() const { return port_; }
-    [[nodiscard]] QString url(const QString& path = QStringLiteral("/v1/messages")) const;
+    [[nodiscard]] QString url() const; // of the Messages API
 
     [[nodiscard]] std::vector<HttpRequest> requests() const;
     [[nodiscard]] int connectionCount() const;
@@ -74,9 +73,6 @@ public:
     [[nodiscard]] int maxConcurrentRequests() const;
     // Blocks until `count` requests have arrived (true) or the timeout passes (false).
     bool waitForRequests(int count, std::chrono::milliseconds timeout = std::chrono::seconds(5));
-
-    // Stops accepting, wakes every stalled or delayed answer and joins all threads.
-    void stop();
 
 private:
     void acceptLoop();

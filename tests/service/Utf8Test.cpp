@@ -4,27 +4,19 @@
 
 #include <gtest/gtest.h>
 
-TEST(Utf8, WellFormedTextIsKeptWhole) {
-    const QByteArray valid[] = {"",
-                                "plain",
-                                "caf\xc3\xa9",
-                                "\xe2\x82\xac",
-                                "\xf0\x9f\x91\xa8\xe2\x80\x8d\xf0\x9f\x91\xa9",
-                                "\xf4\x8f\xbf\xbf",
-                                QByteArray("nul\0byte", 8)};
-    for (const QByteArray& bytes : valid) {
-        EXPECT_EQ(service::firstInvalidUtf8(bytes), std::nullopt) << bytes.toHex().constData();
-        EXPECT_EQ(service::decodeUtf8Strictly(bytes)->toUtf8(), bytes);
-    }
-    // A leading byte-order mark is a character of the text, not dropped.
-    EXPECT_EQ(service::decodeUtf8Strictly("\xef\xbb\xbf{}"), QChar(0xfeff) + QStringLiteral("{}"));
-}
-
-TEST(Utf8, MalformedSequencesAreFoundAtTheirFirstByte) {
+// Well-formed text is kept whole; a malformed sequence is found at its first byte.
+TEST(Utf8, DecodesStrictlyAndFindsTheFirstMalformedByte) {
     const struct {
         QByteArray bytes;
-        qsizetype offset;
+        std::optional<qsizetype> offset;
     } cases[] = {
+        {"", std::nullopt},
+        {"plain", std::nullopt},
+        {"caf\xc3\xa9", std::nullopt},
+        {"\xe2\x82\xac", std::nullopt},
+        {"\xf0\x9f\x91\xa8\xe2\x80\x8d\xf0\x9f\x91\xa9", std::nullopt},
+        {"\xf4\x8f\xbf\xbf", std::nullopt},
+        {QByteArray("nul\0byte", 8), std::nullopt},
         {"\xff", 0},                 // never valid
         {"ab\x80", 2},               // stray continuation byte
         {"\xc0\xaf", 0},             // overlong '/'
@@ -41,6 +33,10 @@ TEST(Utf8, MalformedSequencesAreFoundAtTheirFirstByte) {
     };
     for (const auto& c : cases) {
         EXPECT_EQ(service::firstInvalidUtf8(c.bytes), c.offset) << c.bytes.toHex().constData();
-        EXPECT_EQ(service::decodeUtf8Strictly(c.bytes), std::nullopt);
+        const auto decoded = service::decodeUtf8Strictly(c.bytes);
+        EXPECT_EQ(decoded.has_value(), !c.offset.has_value());
+        EXPECT_EQ(decoded.value_or(QString()).toUtf8(), c.offset ? QByteArray() : c.bytes);
     }
+    // A leading byte-order mark is a character of the text, not dropped.
+    EXPECT_EQ(service::decodeUtf8Strictly("\xef\xbb\xbf{}"), QChar(0xfeff) + QStringLiteral("{}"));
 }

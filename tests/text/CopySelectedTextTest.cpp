@@ -18,17 +18,6 @@ namespace {
 
 const QString tag = QStringLiteral("[TextSelectionService] ");
 
-QString beginRecord(const QString& bundle, const QString& name, bool trusted,
-                    const QString& frontmost) {
-    return tag + QString(33, QChar(0x2500)) + u'\n' + tag +
-           QStringLiteral("📋 copySelectedText BEGIN") +
-           QStringLiteral("\n  - sourceApp bundle:  ") + bundle +
-           QStringLiteral("\n  - sourceApp name:    ") + name +
-           QStringLiteral("\n  - AX trusted:        ") +
-           (trusted ? QStringLiteral("true") : QStringLiteral("false")) +
-           QStringLiteral("\n  - Current frontmost: ") + frontmost;
-}
-
 // Sixty-one user-perceived characters of two code units each (e + combining acute).
 QString accentedRun(int characters) {
     QString text;
@@ -70,8 +59,11 @@ TEST_F(TextExchangeTest, SelectionOfSpacesComesThroughAccessibilityAlone) {
     EXPECT_THAT(desktop.postedEvents(), IsEmpty());
 }
 
+// The selection equal to what the clipboard holds already: the clear before the copy still
+// tells the copy apart from no copy.
 TEST_F(TextExchangeTest, EmptyAccessibilityTextFallsBackToSyntheticCopy) {
     desktop.setText(editorPid, QStringLiteral("Hello world"), {6, 5});
+    desktop.setString(QStringLiteral("world"));
     desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedText"),
                       AXAnswer::with(QString()));
 
@@ -85,7 +77,7 @@ TEST_F(TextExchangeTest, EmptyAccessibilityTextFallsBackToSyntheticCopy) {
         QStringList({
             tag + QStringLiteral("AX: attribute returned empty or non-string value: \"\""),
             tag + QStringLiteral("⚠️ AX returned nothing — falling back to CGEvent copy"),
-            tag + QStringLiteral("📌 Pasteboard BEFORE clear: empty"),
+            tag + QStringLiteral("📌 Pasteboard BEFORE clear: \"world\""),
             tag + QStringLiteral("🧹 Pasteboard cleared"),
             tag + QStringLiteral("⏱ Waiting 200ms for modifier keys to release..."),
             tag + QStringLiteral("⏱ Done. Frontmost: org.example.editor"),
@@ -112,7 +104,7 @@ TEST_F(TextExchangeTest, EmptyAccessibilityTextFallsBackToSyntheticCopy) {
     EXPECT_EQ(desktop.string(), QStringLiteral("world"));
 }
 
-TEST_F(TextExchangeTest, FocusedElementQueryReportsItsCode) {
+TEST_F(TextExchangeTest, AccessibilityReadLogsEveryProblemWithItsCode) {
     // Success without an element is logged as error 0; a failure with its own signed code.
     desktop.setAnswer(editorPid, Element::application, QStringLiteral("AXFocusedUIElement"),
                       AXAnswer::noValue());
@@ -133,9 +125,10 @@ TEST_F(TextExchangeTest, FocusedElementQueryReportsItsCode) {
     // Nothing is asked of an element that did not come back.
     for (const auto& call : desktop.accessibilityCalls())
         EXPECT_NE(call.element, Element::focused) << call.toString().toStdString();
-}
 
-TEST_F(TextExchangeTest, AccessibilityReadLogsRoleAndValueProblems) {
+    // Role and value problems.
+    desktop.clearAnswer(editorPid, Element::application, QStringLiteral("AXFocusedUIElement"));
+    logs.clear();
     desktop.setAnswer(editorPid, Element::application, QStringLiteral("AXWindows"),
                       AXAnswer::failure(platform::ax::apiDisabled));
     desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXRole"),
@@ -174,8 +167,9 @@ TEST_F(TextExchangeTest, WithoutSourceApplicationTheCopyGoesThroughTheEventTap) 
     EXPECT_EQ(text, QStringLiteral("typed text"));
     const QStringList records = logs.records();
     ASSERT_FALSE(records.isEmpty());
-    EXPECT_EQ(records[0], beginRecord(QStringLiteral("EMPTY ⚠️"), QStringLiteral("nil"), true,
-                                      QStringLiteral("org.example.editor")));
+    const QString noSource = QStringLiteral("  - sourceApp bundle:  EMPTY ⚠️\n"
+                                            "  - sourceApp name:    nil\n");
+    EXPECT_TRUE(records[0].contains(noSource)) << records[0].toStdString();
     EXPECT_EQ(records[1], tag + QStringLiteral("📌 Pasteboard BEFORE clear: empty"));
     EXPECT_EQ(logs.indexOfPrefix(tag + QStringLiteral("🔍 Trying AX API")), -1);
     EXPECT_GE(logs.indexOf(tag + QStringLiteral("⌨️ Posting Cmd+C via CGEvent to PID -1...")),
@@ -196,9 +190,7 @@ TEST_F(TextExchangeTest, WithoutSourceApplicationTheCopyGoesThroughTheEventTap) 
     const platform::RunningApplication anonymous{editorPid, QString(), std::nullopt};
     EXPECT_EQ(inBackground([&] { return service.copySelectedText(anonymous, {}); }),
               QStringLiteral("typed text"));
-    EXPECT_EQ(logs.records().value(0),
-              beginRecord(QStringLiteral("EMPTY ⚠️"), QStringLiteral("nil"), true,
-                          QStringLiteral("org.example.editor")));
+    EXPECT_TRUE(logs.records().value(0).contains(noSource));
 }
 
 TEST_F(TextExchangeTest, UntrustedProcessStillTriesTheCopy) {
@@ -211,8 +203,8 @@ TEST_F(TextExchangeTest, UntrustedProcessStillTriesTheCopy) {
     EXPECT_EQ(text, QStringLiteral("secret"));
     const QStringList records = logs.records();
     ASSERT_GE(records.size(), 4);
-    EXPECT_EQ(records[0], beginRecord(QStringLiteral("org.example.editor"),
-                                      QStringLiteral("Editor"), false, QStringLiteral("nil")));
+    EXPECT_TRUE(records[0].endsWith(QStringLiteral("  - AX trusted:        false\n"
+                                                   "  - Current frontmost: nil")));
     EXPECT_EQ(records[1], tag + QStringLiteral("🔍 Trying AX API for PID 42..."));
     EXPECT_EQ(records[2],
               tag + QStringLiteral("AX: ❌ NOT TRUSTED — open System Settings → Privacy & "
@@ -263,6 +255,7 @@ TEST_F(TextExchangeTest, LongSelectionsAreCountedAndPreviewedInCharacters) {
     EXPECT_EQ(desktop.string(), accentedRun(70));
 }
 
+// Only text is saved and put back: an image alone counts as nothing saved, and is lost.
 TEST_F(TextExchangeTest, ImageOnlyPasteboardIsLostEitherWay) {
     const QByteArray png("\x89PNG\r\n\x1a\n", 8);
     desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedText"),
@@ -283,23 +276,6 @@ TEST_F(TextExchangeTest, ImageOnlyPasteboardIsLostEitherWay) {
               QStringLiteral("caption"));
     EXPECT_EQ(desktop.types(), QStringList{QStringLiteral("text/plain")});
     EXPECT_EQ(desktop.string(), QStringLiteral("caption"));
-}
-
-TEST_F(TextExchangeTest, SelectionEqualToThePasteboardIsStillDetected) {
-    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedText"),
-                      AXAnswer::failure(platform::ax::attributeUnsupported));
-    desktop.setSelectedText(editorPid, QStringLiteral("same"));
-    desktop.setString(QStringLiteral("same"));
-
-    EXPECT_EQ(inBackground([&] { return service.copySelectedText(editor, {}); }),
-              QStringLiteral("same"));
-    EXPECT_GE(logs.indexOf(tag + QStringLiteral(
-                                     "AX: could not read kAXSelectedTextAttribute (error -25205)")),
-              0);
-    EXPECT_GE(logs.indexOf(tag + QStringLiteral("📌 Pasteboard BEFORE clear: \"same\"")), 0);
-    EXPECT_GE(logs.indexOf(tag + QStringLiteral("✅ copySelectedText SUCCESS — 4 chars")), 0);
-    // The copy really happened: the Command+C reached the editor.
-    EXPECT_EQ(desktop.postedEvents().size(), 2U);
 }
 
 TEST_F(TextExchangeTest, AnswerAfterThirtyMillisecondsIsFoundLongBeforeTheDeadline) {
@@ -362,17 +338,6 @@ TEST_F(TextExchangeTest, EmptyAnswerFailsAtTheDeadlineAndRestoresTheSavedText) {
     // Only the plain text comes back; the other flavour went with the clear.
     EXPECT_EQ(desktop.string(), QStringLiteral("saved clip"));
     EXPECT_EQ(desktop.types(), QStringList{QStringLiteral("text/plain")});
-}
-
-TEST_F(TextExchangeTest, FailedCopyWithoutSavedTextLeavesThePasteboardEmpty) {
-    desktop.setCopyBehaviour(editorPid, CopyBehaviour::never());
-    desktop.setFocusedElement(editorPid, false);
-    EXPECT_THROW(inBackground([&] { return service.copySelectedText(editor, {}); }),
-                 TextSelectionError);
-    EXPECT_EQ(desktop.string(), std::nullopt);
-    EXPECT_EQ(logs.indexOfPrefix(tag + QStringLiteral("↩️")), -1);
-    EXPECT_GE(
-        logs.indexOf(tag + QStringLiteral("AX: could not get focused element (error -25212)")), 0);
 }
 
 TEST_F(TextExchangeTest, CancelledCopyEndsEarlyAndGivesTheClipboardBack) {

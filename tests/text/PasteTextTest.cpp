@@ -45,7 +45,7 @@ TEST_F(TextExchangeTest, PasteReplacesTheSelectionOfTheFrontmostApplication) {
     }
 }
 
-TEST_F(TextExchangeTest, PasteGoesToWhoeverIsInFrontNow) {
+TEST_F(TextExchangeTest, PasteGoesToWhoeverIsInFrontNowOrThroughTheEventTap) {
     desktop.addApplication({browserPid, QStringLiteral("org.example.browser"), std::nullopt});
     desktop.setSelectedText(editorPid, QStringLiteral("source"));
     desktop.setSelectedText(browserPid, QStringLiteral("other"));
@@ -58,11 +58,10 @@ TEST_F(TextExchangeTest, PasteGoesToWhoeverIsInFrontNow) {
     EXPECT_EQ(logs.records().value(0), tag + QStringLiteral("📤 pasteText BEGIN — 8 chars"));
     EXPECT_GE(logs.indexOf(tag + QStringLiteral("⌨️ Posting Cmd+V to: org.example.browser")),
               0);
-}
 
-TEST_F(TextExchangeTest, PasteWithNothingInFrontUsesTheEventTap) {
+    // With nothing in front, through the event tap.
     desktop.setFrontmost(std::nullopt);
-
+    desktop.clearPostedEvents();
     inBackground([&] { service.pasteText(QStringLiteral("answer"), {}); });
 
     EXPECT_GE(logs.indexOf(tag + QStringLiteral("⌨️ Posting Cmd+V to: nil")), 0);

@@ -27,12 +27,6 @@ protected:
     }
 };
 
-TEST_F(SelectionAnchorTest, UntrustedAsksNoApplication) {
-    desktop.setTrusted(false);
-    EXPECT_EQ(anchorOf(desktop, editorPid), std::nullopt);
-    EXPECT_THAT(desktop.accessibilityCallLog(), ElementsAre(QStringLiteral("isProcessTrusted")));
-}
-
 TEST_F(SelectionAnchorTest, BelowTheRightEndOfTheSelection) {
     EXPECT_EQ(anchorOf(desktop, editorPid), (Point{400, 680}));
     EXPECT_THAT(desktop.accessibilityCallLog(),
@@ -49,9 +43,8 @@ TEST_F(SelectionAnchorTest, BelowTheRightEndOfTheSelection) {
     EXPECT_EQ(anchorOf(desktop, editorPid), (Point{400, 680}));
     desktop.setScreens({}, std::nullopt);
     EXPECT_EQ(anchorOf(desktop, editorPid), (Point{400, 680}));
-}
 
-TEST_F(SelectionAnchorTest, ABareCaretStillUsesTheSelectionPath) {
+    // A bare caret still takes this path.
     desktop.setText(editorPid, QStringLiteral("Some text here"), {5, 0});
     desktop.setSelectionBounds(editorPid, Rect{140, 200, 0, 18});
     EXPECT_EQ(anchorOf(desktop, editorPid), (Point{140, 682}));
@@ -85,16 +78,15 @@ TEST_F(SelectionAnchorTest, FallsBackToTheFocusedElement) {
     desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedTextRange"),
                       AXAnswer::noValue());
     EXPECT_EQ(anchorOf(desktop, editorPid), (Point{250, 500}));
-}
 
-TEST_F(SelectionAnchorTest, ElementGeometryOfTheWrongKindCountsAsZero) {
+    // An element position of the wrong kind counts as zero.
     desktop.setSelectionBounds(editorPid, std::nullopt);
     desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXPosition"),
                       AXAnswer::with(platform::Size{7, 7}));
     EXPECT_EQ(anchorOf(desktop, editorPid), (Point{200, 600}));
 }
 
-TEST_F(SelectionAnchorTest, NoAnchorWithoutUsableElementGeometry) {
+TEST_F(SelectionAnchorTest, NoAnchorWithoutUsableGeometryFocusOrTrust) {
     desktop.setSelectionBounds(editorPid, std::nullopt);
 
     desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSize"),
@@ -110,9 +102,8 @@ TEST_F(SelectionAnchorTest, NoAnchorWithoutUsableElementGeometry) {
     desktop.clearAccessibilityCalls();
     EXPECT_EQ(anchorOf(desktop, editorPid), std::nullopt);
     EXPECT_FALSE(desktop.accessibilityCallLog().contains(QStringLiteral("read 42 focused AXSize")));
-}
 
-TEST_F(SelectionAnchorTest, NoAnchorWithoutFocusedElement) {
+    // No focused element, or one without a value.
     desktop.setFocusedElement(editorPid, false);
     EXPECT_EQ(anchorOf(desktop, editorPid), std::nullopt);
 
@@ -123,4 +114,10 @@ TEST_F(SelectionAnchorTest, NoAnchorWithoutFocusedElement) {
 
     // An application that is gone.
     EXPECT_EQ(anchorOf(desktop, 9999), std::nullopt);
+
+    // Without trust, no application is asked at all.
+    desktop.setTrusted(false);
+    desktop.clearAccessibilityCalls();
+    EXPECT_EQ(anchorOf(desktop, editorPid), std::nullopt);
+    EXPECT_THAT(desktop.accessibilityCallLog(), ElementsAre(QStringLiteral("isProcessTrusted")));
 }
