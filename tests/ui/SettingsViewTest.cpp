@@ -3,13 +3,11 @@
 #include "ui/SettingsView.h"
 
 #include "hotkeys/RecorderField.h"
-#include "hotkeys/Testing.h"
 #include "platform/sim/SimDesktop.h"
-#include "platform/sim/SimHotKeys.h"
-#include "platform/sim/SimKeyboardLayout.h"
 #include "platform/sim/SimLoginItem.h"
 #include "service/AppSettings.h"
 #include "tests/common/TestUtil.h"
+#include "tests/hotkeys/HotkeysFixture.h"
 #include "ui/Color.h"
 #include "ui/SettingsIcon.h"
 
@@ -22,7 +20,6 @@
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
@@ -32,7 +29,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-class SettingsViewTest : public ::testing::Test {
+class SettingsViewTest : public HotkeysTest {
 protected:
     SettingsViewTest()
         : settings(std::make_unique<QSettings>(home.filePath(QStringLiteral("settings.ini")),
@@ -40,8 +37,7 @@ protected:
                    loginItem) {}
 
     void SetUp() override {
-        QSettings(QStringLiteral("Mendwise"), QStringLiteral("Mendwise")).clear();
-        Hotkeys::resetStateForTesting({hotKeys, layout});
+        HotkeysTest::SetUp();
         trigger = Hotkeys::Name(QStringLiteral("triggerMendwise"), Hotkeys::Shortcut(38, 0x300));
         view = std::make_unique<ui::SettingsView>(
             settings, desktop, desktop, trigger,
@@ -55,8 +51,7 @@ protected:
 
     void TearDown() override {
         view.reset();
-        Hotkeys::resetStateForTesting({});
-        QSettings(QStringLiteral("Mendwise"), QStringLiteral("Mendwise")).clear();
+        HotkeysTest::TearDown();
     }
 
     ui::AISettingsTab& ai() {
@@ -74,10 +69,6 @@ protected:
     platform::sim::SimLoginItem loginItem;
     AppSettings settings;
     platform::sim::SimDesktop desktop;
-    std::shared_ptr<platform::sim::SimHotKeys> hotKeys =
-        std::make_shared<platform::sim::SimHotKeys>();
-    std::shared_ptr<platform::sim::SimKeyboardLayout> layout =
-        std::make_shared<platform::sim::SimKeyboardLayout>();
     Hotkeys::Name trigger;
     std::unique_ptr<ui::SettingsView> view;
     int openSettingsCalls = 0;
