@@ -11,15 +11,12 @@
 #include "platform/x11/X11KeyboardLayout.h"
 #include "support/Log.h"
 #include "tests/common/TestUtil.h"
+#include "tests/hotkeys/AlertAnswerer.h"
 #include "tests/x11/DesktopApps.h"
 
-#include <QAbstractButton>
-#include <QApplication>
 #include <QKeyEvent>
 #include <QMenu>
-#include <QMessageBox>
 #include <QSettings>
-#include <QTimer>
 #include <QWidget>
 #include <QWindow>
 #include <gtest/gtest.h>
@@ -234,28 +231,12 @@ TEST_F(X11Hotkeys, TheRecorderSeesChordsOtherProgramsHold) {
     field->setFocus(Qt::MouseFocusReason);
     ASSERT_TRUE(testutil::waitUntil([&] { return field->isRecording(); }));
 
-    QStringList alerts;
-    QTimer answer; // answers each alert inside its own event loop
-    QObject::connect(&answer, &QTimer::timeout, [&] {
-        for (QWidget* widget : QApplication::topLevelWidgets()) {
-            auto* box = qobject_cast<QMessageBox*>(widget);
-            if (!box || !box->isVisible())
-                continue;
-            alerts << box->text();
-            QAbstractButton* pick = box->buttons().constLast();
-            for (QAbstractButton* button : box->buttons()) {
-                if (button->text() == localizedString(strings::forceUseShortcut))
-                    pick = button;
-            }
-            pick->click();
-        }
-    });
-    answer.start(50);
+    AlertAnswerer alerts(localizedString(strings::forceUseShortcut));
     key("ctrl+alt+t");
-    ASSERT_TRUE(testutil::waitUntil([&] { return alerts.size() >= 2; }, 5s))
-        << alerts.join(u'|').toStdString();
-    EXPECT_EQ(alerts[0], localizedString(strings::keyboardShortcutUsedBySystem));
-    EXPECT_EQ(alerts[1], QStringLiteral("Ctrl+Alt+T is used by another program"));
+    ASSERT_TRUE(testutil::waitUntil([&] { return alerts.texts.size() >= 2; }, 5s))
+        << alerts.texts.join(u'|').toStdString();
+    EXPECT_EQ(alerts.texts[0], localizedString(strings::keyboardShortcutUsedBySystem));
+    EXPECT_EQ(alerts.texts[1], QStringLiteral("Ctrl+Alt+T is used by another program"));
     EXPECT_EQ(field->text(), QStringLiteral("Ctrl+Alt+T"));
 }
 

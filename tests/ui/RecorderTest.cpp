@@ -3,16 +3,13 @@
 
 #include "hotkeys/RecorderField.h"
 #include "tests/common/TestUtil.h"
+#include "tests/hotkeys/AlertAnswerer.h"
 #include "tests/hotkeys/HotkeysFixture.h"
 
-#include <QAbstractButton>
-#include <QApplication>
 #include <QLineEdit>
 #include <QMainWindow>
 #include <QMenuBar>
-#include <QMessageBox>
 #include <QTest>
-#include <QTimer>
 #include <QVBoxLayout>
 #include <gtest/gtest.h>
 
@@ -65,27 +62,6 @@ protected:
     // The stored entry, as text.
     QString stored() const { return store().value(QStringLiteral("Hotkeys_test")).toString(); }
 
-    // Answers the next alert with the button of that title, and keeps its message.
-    void answerNextAlert(const QString& buttonTitle) {
-        auto* poll = new QTimer(&window);
-        poll->setInterval(10);
-        QObject::connect(poll, &QTimer::timeout, poll, [this, poll, buttonTitle] {
-            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-            if (!box)
-                return;
-            alertText = box->text();
-            alertButtons.clear();
-            for (QAbstractButton* b : box->buttons())
-                alertButtons << b->text();
-            for (QAbstractButton* b : box->buttons()) {
-                if (b->text() == buttonTitle)
-                    b->click();
-            }
-            poll->deleteLater();
-        });
-        poll->start();
-    }
-
     Hotkeys::Name name{QStringLiteral("test")};
     QWidget window;
     QLineEdit* before = nullptr;
@@ -95,8 +71,6 @@ protected:
     QList<bool> statuses;
     support::Observation activity;
     int beeps = 0;
-    QString alertText;
-    QStringList alertButtons;
 };
 
 const Shortcut commandShiftJ(38, 0x300);
@@ -221,11 +195,12 @@ TEST_F(RecorderTest, AShortcutOfAMenuItemIsRefusedWithAnAlert) {
     QObject::connect(quit, &QAction::triggered, [&] { ++quits; });
 
     startRecording();
-    answerNextAlert(QStringLiteral("OK"));
+    const AlertAnswerer alerts(QStringLiteral("OK"));
     QTest::keyClick(field(), Qt::Key_Q, Qt::ControlModifier);
-    EXPECT_EQ(alertText, QStringLiteral("This keyboard shortcut cannot be used as it's already "
-                                        "used by the “Quit” menu item."));
-    EXPECT_EQ(alertButtons, QStringList{QStringLiteral("OK")});
+    EXPECT_EQ(alerts.texts,
+              QStringList{QStringLiteral("This keyboard shortcut cannot be used as it's already "
+                                         "used by the “Quit” menu item.")});
+    EXPECT_EQ(alerts.buttons, QStringList{QStringLiteral("OK")});
     EXPECT_EQ(stored(), QString());
     EXPECT_TRUE(changes.isEmpty());
     EXPECT_EQ(quits, 0) << "the menu item does not run";
@@ -254,11 +229,11 @@ TEST_F(RecorderTest, OptionAloneIsRefusedInASandboxOnlyOnMacOS15Point0And15Point
         field()->setEnvironment({QVersionNumber::fromString(QLatin1String(c.version)), c.sandboxed,
                                  [this] { ++beeps; }});
         startRecording();
-        alertText.clear();
-        answerNextAlert(QStringLiteral("OK"));
+        const AlertAnswerer alerts(QStringLiteral("OK"));
         QTest::keyClick(field(), Qt::Key_A, c.modifiers);
         testutil::waitUntil([&] { return field()->isRecording(); }, 300ms);
-        EXPECT_EQ(alertText.startsWith(QLatin1String("This keyboard shortcut cannot be used: ")),
+        EXPECT_EQ(alerts.texts.join(u'|').startsWith(
+                      QLatin1String("This keyboard shortcut cannot be used: ")),
                   c.refused);
         if (field()->isRecording())
             QTest::keyClick(field(), Qt::Key_Escape);
@@ -271,15 +246,16 @@ TEST_F(RecorderTest, ASystemShortcutIsStoredOnlyWithTheSecondButton) {
     // Command+Option+T reserved by the system.
     hotKeys->setSymbolicHotKeys({{true, 17, 0x900}});
     startRecording();
-    answerNextAlert(QStringLiteral("OK"));
+    AlertAnswerer alerts(QStringLiteral("OK"));
     QTest::keyClick(field(), Qt::Key_T, Qt::ControlModifier | Qt::AltModifier);
-    EXPECT_EQ(alertText, QStringLiteral("This keyboard shortcut cannot be used as it's already a "
-                                        "system-wide keyboard shortcut."));
-    EXPECT_EQ(alertButtons.size(), 2);
+    EXPECT_EQ(alerts.texts,
+              QStringList{QStringLiteral("This keyboard shortcut cannot be used as it's already a "
+                                         "system-wide keyboard shortcut.")});
+    EXPECT_EQ(alerts.buttons.size(), 2);
     EXPECT_EQ(stored(), QString());
     ASSERT_TRUE(testutil::waitUntil([&] { return field()->isRecording(); }, 2s));
 
-    answerNextAlert(QStringLiteral("Use Shortcut Anyway"));
+    alerts.answer = QStringLiteral("Use Shortcut Anyway");
     QTest::keyClick(field(), Qt::Key_T, Qt::ControlModifier | Qt::AltModifier);
     EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":17,\"carbonModifiers\":2304}"));
     EXPECT_EQ(changes.size(), 1);
