@@ -52,7 +52,9 @@ TEST(ShortcutValues, FunctionBitKeptFromFlagsDroppedFromEvents) {
     EXPECT_FALSE(Shortcut::fromEvent(shortcutOverride).has_value());
 }
 
-TEST_F(Storage, DefaultIsWrittenOnceOnAFreshStore) {
+// The default is written once, on a fresh store; a user's shortcut or the false marker (the bare
+// word in the ini file) survives every launch after, until a reset.
+TEST_F(Storage, DefaultIsWrittenOnceAndNeverOverwritesTheUsersChoice) {
     const Name name(QStringLiteral("trigger"), commandShiftJ);
     EXPECT_EQ(raw(QStringLiteral("Hotkeys_trigger")).toString(),
               QStringLiteral(R"({"carbonKeyCode":38,"carbonModifiers":768})"));
@@ -61,13 +63,8 @@ TEST_F(Storage, DefaultIsWrittenOnceOnAFreshStore) {
     EXPECT_TRUE(hotKeys->isRegistered(38, 768));
 
     relaunch();
-    const Name again(QStringLiteral("trigger"), Shortcut(Key::k, eventflags::command));
+    EXPECT_EQ(shortcut(Name(QStringLiteral("trigger"), commandK)), commandShiftJ);
     EXPECT_EQ(changed.size(), 1);
-    EXPECT_EQ(shortcut(again), commandShiftJ);
-}
-
-TEST_F(Storage, DefaultNeverOverwritesAUserShortcutOrTheFalseMarker) {
-    const Name name(QStringLiteral("trigger"), commandShiftJ);
     setShortcut(commandK, name);
     relaunch();
     EXPECT_EQ(shortcut(Name(QStringLiteral("trigger"), commandShiftJ)), commandK);
@@ -75,30 +72,29 @@ TEST_F(Storage, DefaultNeverOverwritesAUserShortcutOrTheFalseMarker) {
     setShortcut(std::nullopt, name);
     EXPECT_FALSE(shortcut(name).has_value());
     EXPECT_TRUE(hasStoredValue(name));
-    relaunch();
-    const Name recreated(QStringLiteral("trigger"), commandShiftJ);
-    EXPECT_FALSE(shortcut(recreated).has_value());
-
-    reset({recreated});
-    EXPECT_EQ(shortcut(recreated), commandShiftJ);
-}
-
-TEST_F(Storage, FalseMarkerIsTheBareWordInTheIniFile) {
-    const Name name(QStringLiteral("trigger"), commandShiftJ);
-    setShortcut(std::nullopt, name);
     store().sync();
     QFile file(store().fileName());
     ASSERT_TRUE(file.open(QIODevice::ReadOnly)) << store().fileName().toStdString();
     const QByteArray contents = file.readAll();
     EXPECT_TRUE(contents.contains("Hotkeys_trigger=false\n")) << contents.toStdString();
-    EXPECT_EQ(raw(QStringLiteral("Hotkeys_trigger")).toBool(), false);
+    relaunch();
+    const Name recreated(QStringLiteral("trigger"), commandShiftJ);
+    EXPECT_FALSE(shortcut(recreated).has_value());
+    reset({recreated});
+    EXPECT_EQ(shortcut(recreated), commandShiftJ);
 }
 
-TEST_F(Storage, ClearingWithAndWithoutDefault) {
+TEST_F(Storage, ClearingWithAndWithoutDefaultAndRefusingOutOfRange) {
     const Name withDefault(QStringLiteral("a"), commandShiftJ);
     const Name withoutDefault(QStringLiteral("b"));
     setShortcut(commandK, withoutDefault);
     changed.clear();
+    // Out-of-range shortcuts are not stored.
+    setShortcut(Shortcut(70000, 256), withoutDefault);
+    setShortcut(Shortcut(40, -1), withoutDefault);
+    EXPECT_EQ(shortcut(withoutDefault), commandK);
+    EXPECT_TRUE(changed.isEmpty());
+    EXPECT_TRUE(hotKeys->isRegistered(40, 256));
 
     setShortcut(std::nullopt, withDefault);
     setShortcut(std::nullopt, withoutDefault);
@@ -142,17 +138,6 @@ TEST_F(Storage, MalformedEntriesReadAsNoShortcutAndStayUntouched) {
         name.storageKey(),
         QStringLiteral(R"( { "carbonModifiers" : 4294967295, "carbonKeyCode": 65535 } )"));
     EXPECT_EQ(shortcut(name), Shortcut(65535, 4294967295));
-}
-
-TEST_F(Storage, OutOfRangeShortcutsAreNotStored) {
-    const Name name(QStringLiteral("n"));
-    setShortcut(commandK, name);
-    changed.clear();
-    setShortcut(Shortcut(70000, 256), name);
-    setShortcut(Shortcut(40, -1), name);
-    EXPECT_EQ(shortcut(name), commandK);
-    EXPECT_TRUE(changed.isEmpty());
-    EXPECT_TRUE(hotKeys->isRegistered(40, 256));
 }
 
 TEST_F(Storage, ResetAllRemovesShortcutsAndKeepsFalseMarkers) {

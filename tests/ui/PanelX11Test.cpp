@@ -1,7 +1,7 @@
 // The floating panel on a real X11 desktop (Xvfb + openbox): shown in front of another
 // application without taking the focus from it, yet receiving the keys typed meanwhile.
-#include "tests/common/ChildProcess.h"
 #include "tests/common/TestUtil.h"
+#include "tests/x11/DesktopApps.h"
 #include "ui/ActionPickerView.h"
 #include "ui/FloatingPanel.h"
 #include "ui/KeyHandler.h"
@@ -14,41 +14,30 @@
 #include <xcb/xcb.h>
 
 using namespace std::chrono_literals;
+using x11test::activeWindowId;
+using x11test::xdotool;
 
 namespace {
 
-QString run(const QString& program, const QStringList& arguments) {
-    const auto result = testutil::ChildProcess::run(program, arguments, {}, 10s);
-    return QString::fromLocal8Bit(result.out).trimmed();
+void key(const char* keys) {
+    xdotool({QStringLiteral("key"), QString::fromLatin1(keys)});
 }
 
-QString activeWindow() {
-    return run(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow")});
-}
-
-void xdotoolKey(const QString& keys) {
-    run(QStringLiteral("xdotool"), {QStringLiteral("key"), keys});
+QString xprop(const QString& window, const char* property) {
+    return x11test::run(QStringLiteral("xprop"),
+                        {QStringLiteral("-id"), window, QString::fromLatin1(property)})
+        .value_or(QString());
 }
 
 // Another application in front: an xterm, active before the panel appears.
 class PanelX11Test : public ::testing::Test {
 protected:
     void SetUp() override {
-        static int count = 0;
-        const QString title = QStringLiteral("mendwise-target-%1").arg(++count);
-        terminal = std::make_unique<testutil::ChildProcess>(
-            QStringLiteral("xterm"),
-            QStringList{QStringLiteral("-T"), title, QStringLiteral("-e"), QStringLiteral("cat")});
-        ASSERT_TRUE(terminal->started());
-        ASSERT_TRUE(testutil::waitUntil(
-            [&] {
-                return run(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow"),
-                                                       QStringLiteral("getwindowname")}) == title;
-            },
-            10s))
-            << "the terminal never became active";
-        before = activeWindow();
-        KeyHandler().reset();
+        terminal = std::make_unique<x11test::App>(
+            QStringLiteral("xterm"), QStringList{QStringLiteral("-e"), QStringLiteral("cat")});
+        ASSERT_TRUE(terminal->waitUntilActive()) << "the terminal never became active";
+        before = activeWindowId();
+        ui::KeyHandler::shared().reset();
     }
     void TearDown() override {
         panel.hide([] {});
@@ -56,7 +45,6 @@ protected:
         ui::KeyHandler::shared().reset();
         terminal.reset();
     }
-    static ui::KeyHandler& KeyHandler() { return ui::KeyHandler::shared(); }
 
     // Shows the panel with `content` and waits until it holds the keyboard.
     bool show(QWidget* content) {
@@ -65,7 +53,7 @@ protected:
         return testutil::waitUntil([&] { return panel.hasKeyboardGrab(); }, 3s);
     }
 
-    std::unique_ptr<testutil::ChildProcess> terminal;
+    std::unique_ptr<x11test::App> terminal;
     QString before;
     ui::FloatingPanel panel;
 };
@@ -75,24 +63,22 @@ protected:
 TEST_F(PanelX11Test, ShownWithoutActivationItStillGetsTheKeys) {
     ASSERT_TRUE(show(new QWidget));
     testutil::processEventsFor(300ms);
-    EXPECT_EQ(activeWindow(), before) << "the user's application stays active";
+    EXPECT_EQ(activeWindowId(), before) << "the user's application stays active";
 
     const QString id = QString::number(panel.winId());
     // Above the others, and on every desktop (openbox keeps "all desktops" in _NET_WM_DESKTOP
     // rather than in the sticky state).
-    const QString states =
-        run(QStringLiteral("xprop"), {QStringLiteral("-id"), id, QStringLiteral("_NET_WM_STATE")});
+    const QString states = xprop(id, "_NET_WM_STATE");
     EXPECT_TRUE(states.contains(QLatin1String("_NET_WM_STATE_ABOVE"))) << states.toStdString();
     EXPECT_TRUE(states.contains(QLatin1String("_NET_WM_STATE_SKIP_TASKBAR")))
         << states.toStdString();
-    const QString desktop = run(QStringLiteral("xprop"),
-                                {QStringLiteral("-id"), id, QStringLiteral("_NET_WM_DESKTOP")});
+    const QString desktop = xprop(id, "_NET_WM_DESKTOP").trimmed();
     EXPECT_TRUE(desktop.endsWith(QLatin1String("4294967295"))) << desktop.toStdString();
 
     std::vector<std::uint16_t> seen;
-    KeyHandler().setOnKey([&seen](std::uint16_t key) { seen.push_back(key); });
-    xdotoolKey(QStringLiteral("Right"));
-    xdotoolKey(QStringLiteral("Escape"));
+    ui::KeyHandler::shared().setOnKey([&seen](std::uint16_t key) { seen.push_back(key); });
+    key("Right");
+    key("Escape");
     ASSERT_TRUE(testutil::waitUntil([&] { return seen.size() >= 2; }, 3s));
     EXPECT_EQ(seen, (std::vector<std::uint16_t>{124, 53}));
 
@@ -100,10 +86,10 @@ TEST_F(PanelX11Test, ShownWithoutActivationItStillGetsTheKeys) {
     panel.hide([&] { hidden = true; });
     EXPECT_FALSE(panel.hasKeyboardGrab()) << "the keyboard is let go before the fade";
     ASSERT_TRUE(testutil::waitUntil([&] { return hidden; }, 3s));
-    xdotoolKey(QStringLiteral("Left"));
+    key("Left");
     testutil::processEventsFor(200ms);
     EXPECT_EQ(seen.size(), 2U) << "no keys once hidden";
-    EXPECT_EQ(activeWindow(), before);
+    EXPECT_EQ(activeWindowId(), before);
 }
 
 TEST_F(PanelX11Test, ThePickerTakesKeysAndTypingThroughTheGrab) {
@@ -120,18 +106,18 @@ TEST_F(PanelX11Test, ThePickerTakesKeysAndTypingThroughTheGrab) {
     EXPECT_TRUE(panel.mask().contains(picker->buttonCenter(1)));
     EXPECT_FALSE(panel.mask().contains(QPoint(5, 5)));
 
-    xdotoolKey(QStringLiteral("Right"));
-    xdotoolKey(QStringLiteral("Return"));
+    key("Right");
+    key("Return");
     ASSERT_TRUE(testutil::waitUntil([&] { return picker->focused(); }, 3s));
-    run(QStringLiteral("xdotool"), {QStringLiteral("type"), QStringLiteral("be brief")});
+    xdotool({QStringLiteral("type"), QStringLiteral("be brief")});
     ASSERT_TRUE(
         testutil::waitUntil([&] { return picker->prompt() == QStringLiteral("be brief"); }, 3s))
         << picker->prompt().toStdString();
-    xdotoolKey(QStringLiteral("Return"));
+    key("Return");
     ASSERT_TRUE(testutil::waitUntil([&] { return !prompts.isEmpty(); }, 3s));
     EXPECT_EQ(prompts, QStringList{QStringLiteral("be brief")});
     EXPECT_EQ(fixes, 0);
-    EXPECT_EQ(activeWindow(), before);
+    EXPECT_EQ(activeWindowId(), before);
 }
 
 // The user moves on: a click anywhere outside the panel asks for it to go, so the keyboard is
@@ -142,9 +128,8 @@ TEST_F(PanelX11Test, AClickElsewhereAsksThePanelToGo) {
     ASSERT_TRUE(show(new QWidget));
     testutil::processEventsFor(200ms);
     EXPECT_EQ(dismissals, 0) << "showing it is no reason to go";
-    run(QStringLiteral("xdotool"),
-        {QStringLiteral("mousemove"), QStringLiteral("30"), QStringLiteral("30"),
-         QStringLiteral("click"), QStringLiteral("1")});
+    xdotool({QStringLiteral("mousemove"), QStringLiteral("30"), QStringLiteral("30"),
+             QStringLiteral("click"), QStringLiteral("1")});
     EXPECT_TRUE(testutil::waitUntil([&] { return dismissals > 0; }, 3s));
 }
 
@@ -176,7 +161,7 @@ TEST_F(PanelX11Test, AKeyboardBlockKeepsTypedKeysFromEveryone) {
     ASSERT_TRUE(testutil::waitUntil([&] { return editor.hasFocus(); }, 5s));
     auto block = ui::native::KeyboardBlock::start();
     ASSERT_NE(block, nullptr);
-    run(QStringLiteral("xdotool"), {QStringLiteral("type"), QStringLiteral("ab")});
+    xdotool({QStringLiteral("type"), QStringLiteral("ab")});
     testutil::processEventsFor(300ms);
     EXPECT_EQ(editor.text(), QString());
     block.reset();
@@ -184,7 +169,7 @@ TEST_F(PanelX11Test, AKeyboardBlockKeepsTypedKeysFromEveryone) {
     editor.activateWindow();
     ASSERT_TRUE(testutil::waitUntil([&] { return editor.hasFocus(); }, 5s));
     testutil::processEventsFor(100ms);
-    run(QStringLiteral("xdotool"), {QStringLiteral("type"), QStringLiteral("c")});
+    xdotool({QStringLiteral("type"), QStringLiteral("c")});
     EXPECT_TRUE(testutil::waitUntil([&] { return editor.text() == QStringLiteral("c"); }, 3s))
         << editor.text().toStdString();
 }

@@ -118,16 +118,16 @@ TEST_F(PickerTest, ArrowsMoveTheHighlightReturnRunsItAndEscapeDismisses) {
     EXPECT_EQ(picker->spinAngle(), 0.0);
 }
 
-TEST_F(PickerTest, RightThenReturnOpensTheFieldAndEscapeClosesIt) {
+// Typing reaches the open field and Escape closes it; a blank instruction does nothing, a
+// padded one is sent trimmed; the submit button comes with the first character.
+TEST_F(PickerTest, TheInstructionFieldTakesTypingAndSendsItTrimmed) {
     openField();
     EXPECT_EQ(fixCalls, 0);
     EXPECT_TRUE(prompts.isEmpty());
     EXPECT_TRUE(ui::KeyHandler::shared().allowTyping());
-
     press(Qt::Key_A);
     type(QStringLiteral("bc"));
     EXPECT_EQ(picker->prompt(), QStringLiteral("abc")) << "keys reach the field while it is open";
-
     press(Qt::Key_Escape);
     EXPECT_EQ(picker->phase().kind(), Kind::picker);
     EXPECT_EQ(picker->prompt(), QString());
@@ -135,38 +135,28 @@ TEST_F(PickerTest, RightThenReturnOpensTheFieldAndEscapeClosesIt) {
     EXPECT_FALSE(ui::KeyHandler::shared().allowTyping());
     EXPECT_FALSE(picker->focused());
     EXPECT_EQ(dismissals, 0);
-}
 
-TEST_F(PickerTest, ABlankInstructionDoesNothingAndAPaddedOneIsTrimmed) {
-    openField();
+    press(Qt::Key_Return);
+    ASSERT_TRUE(testutil::waitUntil([&] { return picker->focused(); }, 2s));
+    QAbstractButton* submit = picker->submitButton();
+    EXPECT_FALSE(submit->isVisible());
     type(QStringLiteral("   "));
+    EXPECT_TRUE(submit->isVisible()) << "a lone space counts";
     press(Qt::Key_Return);
     EXPECT_EQ(picker->phase().kind(), Kind::custom);
     EXPECT_TRUE(prompts.isEmpty());
     EXPECT_TRUE(ui::KeyHandler::shared().allowTyping());
+    picker->instructionField()->clear();
+    EXPECT_TRUE(testutil::waitUntil([&] { return !submit->isVisible(); }, 2s));
 
-    type(QStringLiteral("make it formal \t"));
-    press(Qt::Key_Return);
+    type(QStringLiteral(" make it formal \t"));
+    ASSERT_TRUE(submit->isVisible());
+    testutil::processEventsFor(600ms); // fully grown
+    QTest::mouseClick(submit, Qt::LeftButton, {}, submit->rect().center());
     EXPECT_EQ(prompts, QStringList{QStringLiteral("make it formal")});
     EXPECT_EQ(picker->phase().kind(), Kind::loading);
     EXPECT_FALSE(ui::KeyHandler::shared().allowTyping());
     EXPECT_EQ(fixCalls, 0);
-}
-
-TEST_F(PickerTest, TheSubmitButtonComesWithTheFirstCharacterAndSubmits) {
-    openField();
-    QAbstractButton* submit = picker->submitButton();
-    EXPECT_FALSE(submit->isVisible());
-    type(QStringLiteral(" "));
-    EXPECT_TRUE(submit->isVisible()) << "a lone space counts";
-    picker->instructionField()->clear();
-    EXPECT_TRUE(testutil::waitUntil([&] { return !submit->isVisible(); }, 2s));
-
-    type(QStringLiteral(" shorter "));
-    ASSERT_TRUE(submit->isVisible());
-    testutil::processEventsFor(600ms); // fully grown
-    QTest::mouseClick(submit, Qt::LeftButton, {}, submit->rect().center());
-    EXPECT_EQ(prompts, QStringList{QStringLiteral("shorter")});
 }
 
 TEST_F(PickerTest, KeysChangeNothingWhileBusyOrShowingTheOutcome) {

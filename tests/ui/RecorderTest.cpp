@@ -2,21 +2,14 @@
 #include "hotkeys/Recorder.h"
 
 #include "hotkeys/RecorderField.h"
-#include "hotkeys/Testing.h"
-#include "platform/sim/SimHotKeys.h"
-#include "platform/sim/SimKeyboardLayout.h"
-#include "support/NotificationCenter.h"
 #include "tests/common/TestUtil.h"
+#include "tests/hotkeys/AlertAnswerer.h"
+#include "tests/hotkeys/HotkeysFixture.h"
 
-#include <QAbstractButton>
-#include <QApplication>
 #include <QLineEdit>
 #include <QMainWindow>
 #include <QMenuBar>
-#include <QMessageBox>
-#include <QSettings>
 #include <QTest>
-#include <QTimer>
 #include <QVBoxLayout>
 #include <gtest/gtest.h>
 
@@ -26,17 +19,11 @@ using Hotkeys::Shortcut;
 
 namespace {
 
-QSettings& defaultsStore() {
-    static QSettings settings(QStringLiteral("Mendwise"), QStringLiteral("Mendwise"));
-    return settings;
-}
-
 // A window with a text field, the recorder and another text field, in that focus order.
-class RecorderTest : public ::testing::Test {
+class RecorderTest : public HotkeysTest {
 protected:
     void SetUp() override {
-        defaultsStore().clear();
-        Hotkeys::resetStateForTesting({hotKeys, layout});
+        HotkeysTest::SetUp();
         activity = support::NotificationCenter::defaultCenter().addObserver(
             QString::fromLatin1(Hotkeys::recorderActiveStatusDidChange),
             [this](const support::Notification& n) {
@@ -62,8 +49,7 @@ protected:
 
     void TearDown() override {
         activity.reset();
-        Hotkeys::resetStateForTesting({});
-        defaultsStore().clear();
+        HotkeysTest::TearDown();
     }
 
     RecorderField* field() const { return recorder->field(); }
@@ -74,35 +60,8 @@ protected:
     }
 
     // The stored entry, as text.
-    QString stored() const {
-        return defaultsStore().value(QStringLiteral("Hotkeys_test")).toString();
-    }
+    QString stored() const { return store().value(QStringLiteral("Hotkeys_test")).toString(); }
 
-    // Answers the next alert with the button of that title, and keeps its message.
-    void answerNextAlert(const QString& buttonTitle) {
-        auto* poll = new QTimer(&window);
-        poll->setInterval(10);
-        QObject::connect(poll, &QTimer::timeout, poll, [this, poll, buttonTitle] {
-            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-            if (!box)
-                return;
-            alertText = box->text();
-            alertButtons.clear();
-            for (QAbstractButton* b : box->buttons())
-                alertButtons << b->text();
-            for (QAbstractButton* b : box->buttons()) {
-                if (b->text() == buttonTitle)
-                    b->click();
-            }
-            poll->deleteLater();
-        });
-        poll->start();
-    }
-
-    std::shared_ptr<platform::sim::SimHotKeys> hotKeys =
-        std::make_shared<platform::sim::SimHotKeys>();
-    std::shared_ptr<platform::sim::SimKeyboardLayout> layout =
-        std::make_shared<platform::sim::SimKeyboardLayout>();
     Hotkeys::Name name{QStringLiteral("test")};
     QWidget window;
     QLineEdit* before = nullptr;
@@ -112,8 +71,6 @@ protected:
     QList<bool> statuses;
     support::Observation activity;
     int beeps = 0;
-    QString alertText;
-    QStringList alertButtons;
 };
 
 const Shortcut commandShiftJ(38, 0x300);
@@ -138,7 +95,7 @@ TEST_F(RecorderTest, AClickStartsRecording) {
     EXPECT_EQ(field()->sizeHint().width(), 130);
 }
 
-TEST_F(RecorderTest, CommandShiftJIsStoredShownReportedAndEndsRecording) {
+TEST_F(RecorderTest, AShortcutIsStoredShownReportedAndEndsRecording) {
     startRecording();
     QTest::keyClick(field(), Qt::Key_J, Qt::ControlModifier | Qt::ShiftModifier);
     EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":38,\"carbonModifiers\":768}"));
@@ -150,6 +107,21 @@ TEST_F(RecorderTest, CommandShiftJIsStoredShownReportedAndEndsRecording) {
     EXPECT_FALSE(Hotkeys::recorderIsActive());
     EXPECT_EQ(field()->placeholderText(), QStringLiteral("Record Shortcut"));
     EXPECT_TRUE(hotKeys->isRegistered(38, 0x300));
+
+    // Function keys are taken alone; F12 alone, reserved by the system here, is taken all the
+    // same.
+    hotKeys->setSymbolicHotKeys({{true, 111, 0}});
+    const std::tuple<Qt::Key, int, const char*> functionKeys[] = {{Qt::Key_F5, 96, "F5"},
+                                                                  {Qt::Key_F12, 111, "F12"}};
+    for (const auto& [key, code, text] : functionKeys) {
+        startRecording();
+        QTest::keyClick(field(), key);
+        EXPECT_EQ(stored(),
+                  QStringLiteral(R"({"carbonKeyCode":%1,"carbonModifiers":0})").arg(code));
+        EXPECT_EQ(field()->text(), QString::fromLatin1(text));
+    }
+    EXPECT_EQ(beeps, 0);
+    EXPECT_EQ(changes.size(), 3);
 }
 
 TEST_F(RecorderTest, KeysWithoutControlOptionOrCommandAreRefusedWithABeep) {
@@ -163,21 +135,6 @@ TEST_F(RecorderTest, KeysWithoutControlOptionOrCommandAreRefusedWithABeep) {
     EXPECT_TRUE(changes.isEmpty());
     EXPECT_EQ(stored(), QString());
     EXPECT_EQ(field()->text(), QString()) << "no key is typed into the field";
-}
-
-TEST_F(RecorderTest, FunctionKeysAreTakenAloneAndF12SkipsTheSystemCheck) {
-    // F12 alone is reserved by the system here; it is taken all the same.
-    hotKeys->setSymbolicHotKeys({{true, 111, 0}});
-    startRecording();
-    QTest::keyClick(field(), Qt::Key_F5);
-    EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":96,\"carbonModifiers\":0}"));
-    EXPECT_EQ(field()->text(), QStringLiteral("F5"));
-
-    startRecording();
-    QTest::keyClick(field(), Qt::Key_F12);
-    EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":111,\"carbonModifiers\":0}"));
-    EXPECT_EQ(beeps, 0);
-    EXPECT_EQ(changes.size(), 2);
 }
 
 // Escape and Tab end recording and keep the shortcut; Tab still moves the focus on.
@@ -207,7 +164,7 @@ TEST_F(RecorderTest, DeleteOrBackspaceClearsTheShortcutAndRecordsAgain) {
         statuses.clear();
         QTest::keyClick(field(), key);
         EXPECT_EQ(Hotkeys::shortcut(name), std::nullopt);
-        EXPECT_FALSE(defaultsStore().contains(QStringLiteral("Hotkeys_test")))
+        EXPECT_FALSE(store().contains(QStringLiteral("Hotkeys_test")))
             << "a name without default keeps no entry";
         EXPECT_EQ(changes, QList<std::optional<Shortcut>>{std::nullopt});
         EXPECT_EQ(field()->text(), QString());
@@ -238,11 +195,12 @@ TEST_F(RecorderTest, AShortcutOfAMenuItemIsRefusedWithAnAlert) {
     QObject::connect(quit, &QAction::triggered, [&] { ++quits; });
 
     startRecording();
-    answerNextAlert(QStringLiteral("OK"));
+    const AlertAnswerer alerts(QStringLiteral("OK"));
     QTest::keyClick(field(), Qt::Key_Q, Qt::ControlModifier);
-    EXPECT_EQ(alertText, QStringLiteral("This keyboard shortcut cannot be used as it's already "
-                                        "used by the “Quit” menu item."));
-    EXPECT_EQ(alertButtons, QStringList{QStringLiteral("OK")});
+    EXPECT_EQ(alerts.texts,
+              QStringList{QStringLiteral("This keyboard shortcut cannot be used as it's already "
+                                         "used by the “Quit” menu item.")});
+    EXPECT_EQ(alerts.buttons, QStringList{QStringLiteral("OK")});
     EXPECT_EQ(stored(), QString());
     EXPECT_TRUE(changes.isEmpty());
     EXPECT_EQ(quits, 0) << "the menu item does not run";
@@ -251,38 +209,36 @@ TEST_F(RecorderTest, AShortcutOfAMenuItemIsRefusedWithAnAlert) {
 }
 
 TEST_F(RecorderTest, OptionAloneIsRefusedInASandboxOnlyOnMacOS15Point0And15Point1) {
-    const auto press = [&](Qt::KeyboardModifiers modifiers) {
+    const struct {
+        const char* version;
+        bool sandboxed;
+        Qt::KeyboardModifiers modifiers;
+        bool refused;
+    } cases[] = {
+        {"15.1", true, Qt::AltModifier, true},
+        {"15.1", true, Qt::AltModifier | Qt::ShiftModifier, true},
+        {"15.1", true, Qt::AltModifier | Qt::ControlModifier, false}, // Command+Option is fine
+        {"15.0", true, Qt::AltModifier, true},
+        {"15.1", false, Qt::AltModifier, false},
+        {"15.2", true, Qt::AltModifier, false},
+        {"14.6", true, Qt::AltModifier, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << c.version << (c.sandboxed ? " sandboxed " : " ") << c.modifiers.toInt());
+        field()->setEnvironment({QVersionNumber::fromString(QLatin1String(c.version)), c.sandboxed,
+                                 [this] { ++beeps; }});
         startRecording();
-        alertText.clear();
-        answerNextAlert(QStringLiteral("OK"));
-        QTest::keyClick(field(), Qt::Key_A, modifiers);
+        const AlertAnswerer alerts(QStringLiteral("OK"));
+        QTest::keyClick(field(), Qt::Key_A, c.modifiers);
         testutil::waitUntil([&] { return field()->isRecording(); }, 300ms);
-        const bool refused = !alertText.isEmpty();
+        EXPECT_EQ(alerts.texts.join(u'|').startsWith(
+                      QLatin1String("This keyboard shortcut cannot be used: ")),
+                  c.refused);
         if (field()->isRecording())
             QTest::keyClick(field(), Qt::Key_Escape);
-        return refused;
-    };
-    const auto environment = [&](const char* version, bool sandboxed) {
-        field()->setEnvironment(
-            {QVersionNumber::fromString(QLatin1String(version)), sandboxed, [this] { ++beeps; }});
-    };
-
-    environment("15.1", true);
-    EXPECT_TRUE(press(Qt::AltModifier));
-    EXPECT_TRUE(alertText.startsWith(QLatin1String("This keyboard shortcut cannot be used: ")));
-    EXPECT_TRUE(press(Qt::AltModifier | Qt::ShiftModifier));
-    EXPECT_EQ(stored(), QString());
-    EXPECT_FALSE(press(Qt::AltModifier | Qt::ControlModifier)) << "Command+Option is fine";
-    EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":0,\"carbonModifiers\":2304}"));
-
-    environment("15.0", true);
-    EXPECT_TRUE(press(Qt::AltModifier));
-    environment("15.1", false);
-    EXPECT_FALSE(press(Qt::AltModifier)) << "not sandboxed";
-    environment("15.2", true);
-    EXPECT_FALSE(press(Qt::AltModifier));
-    environment("14.6", true);
-    EXPECT_FALSE(press(Qt::AltModifier));
+    }
+    EXPECT_EQ(changes.size(), 4);
     EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":0,\"carbonModifiers\":2048}"));
 }
 
@@ -290,15 +246,16 @@ TEST_F(RecorderTest, ASystemShortcutIsStoredOnlyWithTheSecondButton) {
     // Command+Option+T reserved by the system.
     hotKeys->setSymbolicHotKeys({{true, 17, 0x900}});
     startRecording();
-    answerNextAlert(QStringLiteral("OK"));
+    AlertAnswerer alerts(QStringLiteral("OK"));
     QTest::keyClick(field(), Qt::Key_T, Qt::ControlModifier | Qt::AltModifier);
-    EXPECT_EQ(alertText, QStringLiteral("This keyboard shortcut cannot be used as it's already a "
-                                        "system-wide keyboard shortcut."));
-    EXPECT_EQ(alertButtons.size(), 2);
+    EXPECT_EQ(alerts.texts,
+              QStringList{QStringLiteral("This keyboard shortcut cannot be used as it's already a "
+                                         "system-wide keyboard shortcut.")});
+    EXPECT_EQ(alerts.buttons.size(), 2);
     EXPECT_EQ(stored(), QString());
     ASSERT_TRUE(testutil::waitUntil([&] { return field()->isRecording(); }, 2s));
 
-    answerNextAlert(QStringLiteral("Use Shortcut Anyway"));
+    alerts.answer = QStringLiteral("Use Shortcut Anyway");
     QTest::keyClick(field(), Qt::Key_T, Qt::ControlModifier | Qt::AltModifier);
     EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":17,\"carbonModifiers\":2304}"));
     EXPECT_EQ(changes.size(), 1);

@@ -15,26 +15,16 @@
 
 #include <QApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QLineEdit>
 #include <QPainter>
 #include <QSettings>
 #include <QTemporaryDir>
-#include <QThread>
+#include <QTest>
 #include <cstdio>
-#include <functional>
 #include <stdexcept>
+#include <vector>
 
 namespace {
-
-void settle(int ms) {
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < ms) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-        QThread::msleep(2);
-    }
-}
 
 // A stand-in for the application beneath the panel: a page with a few lines of text, the
 // first one selected.
@@ -110,49 +100,43 @@ struct Failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-using Prepare = std::function<void(ui::ActionPickerView&)>;
-
-bool shootPicker(const QString& path, const ui::ActionPickerView::FixTyposAction& fix,
-                 const Prepare& prepare) {
-    Backdrop backdrop(QSize(240, 140));
-    auto* picker = new ui::ActionPickerView(
-        fix, [](const QString&, auto) {}, [] {}, &backdrop);
-    picker->setGeometry(backdrop.rect());
-    backdrop.show();
-    prepare(*picker);
-    settle(900);
-    return save(&backdrop, path);
-}
-
+// The picker in each phase: keys pressed (→ is 124, Return 36), an instruction typed, a wait.
 bool shootPickers(const QString& dir) {
-    const auto name = [&dir](const char* phase) -> QString {
-        return dir + QStringLiteral("/picker-") + QLatin1String(phase) + QStringLiteral(".png");
+    const ui::ActionPickerView::FixTyposAction never = [](const auto&) {};
+    const struct {
+        const char* phase;
+        ui::ActionPickerView::FixTyposAction fix;
+        std::vector<std::uint16_t> keys;
+        const char* typed;
+        int wait;
+    } shots[] = {
+        {"fix", never, {}, nullptr, 0},
+        {"custom-selected", never, {124}, nullptr, 0},
+        {"instruction", never, {124, 36}, nullptr, 0},
+        {"instruction-typed", never, {124, 36}, "make it friendlier", 0},
+        {"loading", never, {36}, nullptr, 350}, // mid-turn
+        {"success", [](const auto& done) { done(nullptr); }, {36}, nullptr, 0},
+        {"failure",
+         [](const auto& done) { done(std::make_exception_ptr(Failure("No text selected"))); },
+         {36},
+         nullptr,
+         0},
     };
-    const auto never = [](const ui::ActionPickerView::Completion&) {};
     bool ok = true;
-    ok &= shootPicker(name("fix"), never, [](ui::ActionPickerView&) {});
-    ok &= shootPicker(name("custom-selected"), never,
-                      [](ui::ActionPickerView& p) { p.handleKey(124); });
-    ok &= shootPicker(name("instruction"), never, [](ui::ActionPickerView& p) {
-        p.handleKey(124);
-        p.handleKey(36);
-    });
-    ok &= shootPicker(name("instruction-typed"), never, [](ui::ActionPickerView& p) {
-        p.handleKey(124);
-        p.handleKey(36);
-        p.instructionField()->setText(QStringLiteral("make it friendlier"));
-    });
-    ok &= shootPicker(name("loading"), never, [](ui::ActionPickerView& p) {
-        p.handleKey(36);
-        settle(350); // mid-turn
-    });
-    ok &= shootPicker(
-        name("success"), [](const auto& done) { done(nullptr); },
-        [](ui::ActionPickerView& p) { p.handleKey(36); });
-    ok &= shootPicker(
-        name("failure"),
-        [](const auto& done) { done(std::make_exception_ptr(Failure("No text selected"))); },
-        [](ui::ActionPickerView& p) { p.handleKey(36); });
+    for (const auto& shot : shots) {
+        Backdrop backdrop(QSize(240, 140));
+        auto* picker = new ui::ActionPickerView(
+            shot.fix, [](const QString&, auto) {}, [] {}, &backdrop);
+        picker->setGeometry(backdrop.rect());
+        backdrop.show();
+        for (const std::uint16_t key : shot.keys)
+            picker->handleKey(key);
+        if (shot.typed)
+            picker->instructionField()->setText(QString::fromLatin1(shot.typed));
+        QTest::qWait(shot.wait + 900);
+        ok &=
+            save(&backdrop, dir + QStringLiteral("/picker-%1.png").arg(QLatin1String(shot.phase)));
+    }
     return ok;
 }
 
@@ -161,7 +145,7 @@ bool shootPopover(const QString& dir) {
     auto* view = new app::MenuBarView({}, &frame);
     view->move(frame.contentOrigin());
     frame.show();
-    settle(100);
+    QTest::qWait(100);
     return save(&frame, dir + QStringLiteral("/popover.png"));
 }
 
@@ -185,10 +169,10 @@ bool shootSettings(const QString& dir) {
     auto* view = new ui::SettingsView(settings, desktop, desktop, trigger, {}, &window);
     window.resize(view->size());
     window.show();
-    settle(300);
+    QTest::qWait(300);
     bool ok = save(&window, dir + QStringLiteral("/settings-general.png"));
     view->setCurrentTab(1);
-    settle(300);
+    QTest::qWait(300);
     ok &= save(&window, dir + QStringLiteral("/settings-ai.png"));
     return ok;
 }

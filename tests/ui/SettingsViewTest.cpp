@@ -3,36 +3,31 @@
 #include "ui/SettingsView.h"
 
 #include "hotkeys/RecorderField.h"
-#include "hotkeys/Testing.h"
 #include "platform/sim/SimDesktop.h"
-#include "platform/sim/SimHotKeys.h"
-#include "platform/sim/SimKeyboardLayout.h"
 #include "platform/sim/SimLoginItem.h"
 #include "service/AppSettings.h"
 #include "tests/common/TestUtil.h"
+#include "tests/hotkeys/AlertAnswerer.h"
+#include "tests/hotkeys/HotkeysFixture.h"
 #include "ui/Color.h"
 #include "ui/SettingsIcon.h"
 
 #include <QAbstractButton>
-#include <QApplication>
 #include <QComboBox>
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
 #include <gtest/gtest.h>
 
 using namespace std::chrono_literals;
 
 namespace {
 
-class SettingsViewTest : public ::testing::Test {
+class SettingsViewTest : public HotkeysTest {
 protected:
     SettingsViewTest()
         : settings(std::make_unique<QSettings>(home.filePath(QStringLiteral("settings.ini")),
@@ -40,8 +35,7 @@ protected:
                    loginItem) {}
 
     void SetUp() override {
-        QSettings(QStringLiteral("Mendwise"), QStringLiteral("Mendwise")).clear();
-        Hotkeys::resetStateForTesting({hotKeys, layout});
+        HotkeysTest::SetUp();
         trigger = Hotkeys::Name(QStringLiteral("triggerMendwise"), Hotkeys::Shortcut(38, 0x300));
         view = std::make_unique<ui::SettingsView>(
             settings, desktop, desktop, trigger,
@@ -55,8 +49,7 @@ protected:
 
     void TearDown() override {
         view.reset();
-        Hotkeys::resetStateForTesting({});
-        QSettings(QStringLiteral("Mendwise"), QStringLiteral("Mendwise")).clear();
+        HotkeysTest::TearDown();
     }
 
     ui::AISettingsTab& ai() {
@@ -74,10 +67,6 @@ protected:
     platform::sim::SimLoginItem loginItem;
     AppSettings settings;
     platform::sim::SimDesktop desktop;
-    std::shared_ptr<platform::sim::SimHotKeys> hotKeys =
-        std::make_shared<platform::sim::SimHotKeys>();
-    std::shared_ptr<platform::sim::SimKeyboardLayout> layout =
-        std::make_shared<platform::sim::SimKeyboardLayout>();
     Hotkeys::Name trigger;
     std::unique_ptr<ui::SettingsView> view;
     int openSettingsCalls = 0;
@@ -246,21 +235,13 @@ TEST_F(SettingsViewTest, RestartAndOpenSettingsRunTheirCommands) {
     ASSERT_TRUE(restart && open);
     QTest::mouseClick(restart, Qt::LeftButton);
     EXPECT_EQ(restarts, 1);
-    QString shownText;
-    for (const bool exists : {true, false}) {
-        settingsToolExists = exists;
-        QTimer::singleShot(0, [&] {
-            testutil::waitUntil([] { return QApplication::activeModalWidget() != nullptr; }, 1s);
-            if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
-                shownText = box->text();
-                box->accept();
-            }
-        });
-        QTest::mouseClick(open, Qt::LeftButton);
-        EXPECT_EQ(shownText,
-                  exists ? QString()
-                         : QStringLiteral("No accessibility settings were found on this desktop."));
-    }
+    const AlertAnswerer alerts(QStringLiteral("OK"));
+    QTest::mouseClick(open, Qt::LeftButton);
+    EXPECT_TRUE(alerts.texts.isEmpty());
+    settingsToolExists = false;
+    QTest::mouseClick(open, Qt::LeftButton);
+    EXPECT_EQ(alerts.texts,
+              QStringList{QStringLiteral("No accessibility settings were found on this desktop.")});
     EXPECT_EQ(openSettingsCalls, 2);
 }
 

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QMessageBox>
+#include <QTimer>
+
+// Answers every message box that comes up while it lives, from inside the box's own event loop:
+// keeps its text and button titles, and clicks the button titled `answer` (else the last one).
+class AlertAnswerer {
+public:
+    explicit AlertAnswerer(const QString& answer) : answer(answer) {
+        QObject::connect(&timer_, &QTimer::timeout, [this] {
+            for (QWidget* widget : QApplication::topLevelWidgets()) {
+                auto* box = qobject_cast<QMessageBox*>(widget);
+                if (!box || !box->isVisible())
+                    continue;
+                texts << box->text();
+                buttons.clear();
+                QAbstractButton* pick = box->buttons().constLast();
+                for (QAbstractButton* button : box->buttons()) {
+                    buttons << button->text();
+                    if (button->text() == this->answer)
+                        pick = button;
+                }
+                pick->click();
+            }
+        });
+        timer_.start(10);
+    }
+
+    QString answer;
+    QStringList texts;   // of every box answered, in order
+    QStringList buttons; // the last box's button titles
+
+private:
+    QTimer timer_;
+};
