@@ -7,9 +7,8 @@
 
 #include <QDBusArgument>
 #include <QElapsedTimer>
-#include <atomic>
+#include <future>
 #include <gtest/gtest.h>
-#include <thread>
 
 using platform::wayland::PortalRemoteDesktop;
 using State = platform::wayland::KeystrokeChannel::State;
@@ -23,15 +22,11 @@ constexpr std::uint32_t keyC = 46;
 // prepare() from a background thread, as the fixing code calls it, while this (GUI) thread
 // runs the event loop that does the portal's work.
 State prepareOffThread(PortalRemoteDesktop& channel, int timeoutMs) {
-    std::atomic<bool> done = false;
-    State state = State::needsPermission;
-    std::thread worker([&] {
-        state = channel.prepare(timeoutMs);
-        done = true;
-    });
-    testutil::waitUntil([&done] { return done.load(); }, std::chrono::seconds(10));
-    worker.join();
-    return state;
+    auto state = std::async(std::launch::async, [&] { return channel.prepare(timeoutMs); });
+    testutil::waitUntil(
+        [&] { return state.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
+        std::chrono::seconds(10));
+    return state.get();
 }
 
 class RemoteDesktopTest : public portaltest::PortalStandInTest {

@@ -17,7 +17,6 @@
 #include <QStandardPaths>
 #include <QUrl>
 #include <gtest/gtest.h>
-#include <thread>
 
 using namespace platform;
 using namespace std::chrono_literals;

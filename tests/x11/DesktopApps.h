@@ -6,12 +6,10 @@
 #include <QProcess>
 #include <QString>
 #include <QStringList>
-#include <atomic>
 #include <chrono>
-#include <exception>
+#include <future>
 #include <memory>
 #include <optional>
-#include <thread>
 
 // Real X clients for the X11 tests, each torn down (terminated, then killed) when its object
 // goes, and small helpers around the X tools of the test desktop.
@@ -57,22 +55,9 @@ std::optional<QString> focusedText(platform::AccessibilityPort& accessibility, q
 // Runs `work` on a thread of its own, as the trigger flow does, while this (GUI) thread keeps
 // serving the clipboard; rethrows what it threw.
 template <typename Work> auto offMainThread(Work work) {
-    std::optional<decltype(work())> result;
-    std::exception_ptr error;
-    std::atomic<bool> done{false};
-    std::thread worker([&] {
-        try {
-            result.emplace(work());
-        } catch (...) {
-            error = std::current_exception();
-        }
-        done = true;
-    });
-    testutil::waitUntil([&] { return done.load(); }, 30s);
-    worker.join();
-    if (error)
-        std::rethrow_exception(error);
-    return *result;
+    auto result = std::async(std::launch::async, std::move(work));
+    testutil::waitUntil([&] { return result.wait_for(0s) == std::future_status::ready; }, 30s);
+    return result.get();
 }
 
 class App {

@@ -5,7 +5,6 @@
 #include "tests/x11/GeometryPrinters.h"
 
 #include <gtest/gtest.h>
-#include <thread>
 
 using namespace platform;
 

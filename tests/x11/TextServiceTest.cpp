@@ -18,9 +18,7 @@
 #include <QStandardPaths>
 #include <QUrl>
 #include <csignal>
-#include <exception>
 #include <gtest/gtest.h>
-#include <thread>
 
 using namespace platform;
 using namespace std::chrono_literals;
@@ -58,19 +56,12 @@ protected:
 
 TEST_F(TextServiceTest, SelectionsAreReadThroughAccessibilityWithoutTouchingTheClipboard) {
     ASSERT_TRUE(pasteboard.setString(QStringLiteral("the user's clipboard")));
-    {
-        auto editor = x11test::startQtTextApp(sampleText, 4, 11);
-        ASSERT_NE(editor, nullptr);
-        support::LogCapture log;
-        EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
-        EXPECT_GE(
-            log.indexOf(QStringLiteral("[TextSelectionService] AX: focused element role: text")),
-            0);
-        EXPECT_GE(log.indexOf(QStringLiteral(
-                      "[TextSelectionService] ✅ AX SUCCESS — 11 chars: \"quick brown\"")),
-                  0);
-        EXPECT_EQ(log.indexOfPrefix(QStringLiteral("[TextSelectionService] 🧹")), -1);
-    }
+    auto editor = x11test::startQtTextApp(sampleText, 4, 11);
+    ASSERT_NE(editor, nullptr);
+    support::LogCapture log;
+    EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
+    // The road through the clipboard would have emptied it first.
+    EXPECT_EQ(log.indexOfPrefix(QStringLiteral("[TextSelectionService] 🧹")), -1);
     EXPECT_EQ(pasteboard.string(), QStringLiteral("the user's clipboard"));
 }
 
@@ -127,14 +118,11 @@ TEST_F(TextServiceTest, WithoutAccessibilityTheSelectionIsCopiedWithAKeystroke) 
     x11test::selectWithKeys(4, 11);
     support::LogCapture log;
     EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
-    EXPECT_GE(log.indexOfPrefix(QStringLiteral("[TextSelectionService] AX: ❌ NOT TRUSTED")), 0);
+    // The chord goes to the editor in front (the log texts are checked by the unit tests).
     EXPECT_GE(log.indexOf(QStringLiteral(
                               "[TextSelectionService] ⌨️ Posting Cmd+C via CGEvent to PID ") +
                           QString::number(mousepad->pid()) + QStringLiteral("...")),
               0);
-    EXPECT_GE(
-        log.indexOf(QStringLiteral("[TextSelectionService] ✅ copySelectedText SUCCESS — 11 chars")),
-        0);
 }
 
 TEST_F(TextServiceTest, PastedTextReplacesTheSelection) {
@@ -160,19 +148,12 @@ TEST_F(TextServiceTest, AFailedCopyPutsTheUsersClipboardBack) {
     auto editor = x11test::startQtTextApp(sampleText, 4, 0); // nothing selected
     ASSERT_NE(editor, nullptr);
     ASSERT_TRUE(pasteboard.setString(QStringLiteral("the user's clipboard")));
-    support::LogCapture log;
     try {
         copySelection();
         ADD_FAILURE() << "a copy without a selection succeeded";
     } catch (const TextSelectionError& error) {
         EXPECT_EQ(error.errorCase(), TextSelectionError::noTextSelected);
     }
-    EXPECT_GE(log.indexOf(QStringLiteral(
-                  "[TextSelectionService] 📋 Pasteboard AFTER copy: still empty ⚠️")),
-              0);
-    EXPECT_GE(log.indexOf(QStringLiteral(
-                  "[TextSelectionService] ↩️ Restored previous pasteboard contents")),
-              0);
     EXPECT_EQ(pasteboard.string(), QStringLiteral("the user's clipboard"));
     EXPECT_EQ(x11test::pastedElsewhere(), QStringLiteral("the user's clipboard"));
 }
