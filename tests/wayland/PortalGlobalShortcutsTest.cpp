@@ -50,7 +50,8 @@ protected:
         PortalStandInTest::TearDown();
     }
 
-    // The portal methods called so far, in order, with a leading string argument.
+    // The portal methods called so far, in order, with a leading string argument (the stand-in's
+    // own controls count too).
     static QStringList portalCalls() {
         const auto calls =
             mock(QStringLiteral("GetCalls")).arguments().value(0).value<QDBusArgument>();
@@ -65,8 +66,7 @@ protected:
             calls.endStructure();
             if (name == QLatin1String("Register"))
                 name += QLatin1Char(' ') + args.value(0).toString();
-            if (name != QLatin1String("Fire") && name != QLatin1String("SetBindResponse"))
-                names.append(name);
+            names.append(name);
         }
         calls.endArray();
         return names;
@@ -90,10 +90,7 @@ protected:
 };
 
 TEST_F(PortalTest, BindsThePreferredTriggerAndFollowsARebind) {
-    QElapsedTimer probe;
-    probe.start();
     EXPECT_TRUE(PortalGlobalShortcuts::available());
-    std::printf("available() answered in %lld ms\n", static_cast<long long>(probe.elapsed()));
 
     // A newer portal learns our app id from its host registry, before anything else.
     mock(QStringLiteral("AddMethod"),

@@ -7,9 +7,10 @@
 #include "tests/x11/GeometryPrinters.h"
 
 #include <QElapsedTimer>
+#include <algorithm>
 #include <csignal>
+#include <future>
 #include <gtest/gtest.h>
-#include <thread>
 
 using namespace platform;
 using namespace std::chrono_literals;
@@ -49,6 +50,9 @@ protected:
     }
     AXError errorOf(const AXRef& element, const char* attribute) {
         return accessibility.copyAttributeValue(element, attribute).error;
+    }
+    AXError errorOf(const AXRef& element, const char* attribute, const AXRef& parameter) {
+        return accessibility.copyParameterizedAttributeValue(element, attribute, parameter).error;
     }
 
     // Checks the whole selection story on the focused element of one application.
@@ -178,18 +182,11 @@ TEST_F(AccessibilityTest, FailuresMapOntoAccessibilityErrors) {
 
     EXPECT_EQ(errorOf(app, axattr::role), ax::success);
     EXPECT_EQ(errorOf(focused, "AXNoSuchThing"), ax::attributeUnsupported);
-    EXPECT_EQ(
-        accessibility.copyParameterizedAttributeValue(focused, "AXLineForIndex", makeAX(1.0)).error,
-        ax::parameterizedAttributeUnsupported);
-    EXPECT_EQ(accessibility
-                  .copyParameterizedAttributeValue(focused, axattr::boundsForRange,
-                                                   makeAX(QStringLiteral("0-4")))
-                  .error,
+    EXPECT_EQ(errorOf(focused, "AXLineForIndex", makeAX(1.0)),
+              ax::parameterizedAttributeUnsupported);
+    EXPECT_EQ(errorOf(focused, axattr::boundsForRange, makeAX(QStringLiteral("0-4"))),
               ax::illegalArgument);
-    EXPECT_EQ(accessibility
-                  .copyParameterizedAttributeValue(focused, axattr::boundsForRange,
-                                                   makeAX(CFRange{-1, 4}))
-                  .error,
+    EXPECT_EQ(errorOf(focused, axattr::boundsForRange, makeAX(CFRange{-1, 4})),
               ax::illegalArgument);
     EXPECT_EQ(errorOf(nullptr, axattr::role), ax::illegalArgument);
     EXPECT_EQ(errorOf(makeAX(QStringLiteral("not an element")), axattr::role), ax::illegalArgument);

@@ -65,10 +65,6 @@ void selectWithKeys(int start, int length) {
             QStringLiteral(" shift+Right").repeated(length));
 }
 
-const Terminal xterm{"xterm", "xterm -geometry 80x10+0+0 -e"};
-const Terminal st{"st", "stterm -g 80x10+0+0 -e"};
-const Terminal urxvt{"urxvt", "urxvt -geometry 80x10+0+0 -e"};
-
 void selectFirstTerminalWord() {
     xdotool(
         QStringLiteral("getactivewindow mousemove --window %1 20 8 click --repeat 2 --delay 80 1"));

@@ -35,12 +35,6 @@ std::optional<QString> pastedElsewhere(const QString& selection = QStringLiteral
 // a user would.
 void selectWithKeys(int start, int length);
 
-// A terminal emulator under test: its command up to the option that runs a program.
-struct Terminal {
-    const char* name;
-    const char* command;
-};
-extern const Terminal xterm, st, urxvt;
 // Double-clicks the first word the terminal in front shows.
 void selectFirstTerminalWord();
 

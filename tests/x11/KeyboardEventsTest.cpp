@@ -37,20 +37,14 @@ QStringList keyLines(x11test::App& app) {
     return app.outputLines().filter(QRegularExpression(QStringLiteral("^key:")));
 }
 
-// Restores the US layout whatever a test switched to.
-class LayoutGuard {
-public:
-    explicit LayoutGuard(const QString& layouts) {
-        ok = x11test::run(QStringLiteral("setxkbmap"), {QStringLiteral("-layout"), layouts})
-                 .has_value();
-    }
-    ~LayoutGuard() {
-        x11test::run(QStringLiteral("setxkbmap"),
-                     {QStringLiteral("-layout"), QStringLiteral("us")});
-    }
-    LayoutGuard(const LayoutGuard&) = delete;
-    LayoutGuard& operator=(const LayoutGuard&) = delete;
-    bool ok = false;
+bool setLayouts(const QString& layouts) {
+    return x11test::run(QStringLiteral("setxkbmap"), {QStringLiteral("-layout"), layouts})
+        .has_value();
+}
+
+// Puts the US layout back whatever a test switched to.
+struct UsLayoutAfterwards {
+    ~UsLayoutAfterwards() { setLayouts(QStringLiteral("us")); }
 };
 
 class KeyboardEventsTest : public ::testing::Test {
@@ -111,8 +105,8 @@ TEST_F(KeyboardEventsTest, ModifiersTheUserHoldsDoNotJoinTheChord) {
 TEST_F(KeyboardEventsTest, LayoutsWithoutLatinLettersStillGetCtrlC) {
     for (const QString& layouts : {QStringLiteral("ru"), QStringLiteral("ru,us")}) {
         SCOPED_TRACE(layouts.toStdString());
-        LayoutGuard layout(layouts);
-        ASSERT_TRUE(layout.ok);
+        const UsLayoutAfterwards restore;
+        ASSERT_TRUE(setLayouts(layouts));
         auto app = x11test::startQtTextApp(sampleText, 4, 11);
         ASSERT_NE(app, nullptr);
         pasteboard.clearContents();

@@ -167,11 +167,15 @@ TEST_F(TextServiceTest, AClipboardManagerRefillingTheClipboardIsNotTakenForTheSe
                            "[rc]\nrestore_empty=true\n"));
     x11test::App manager(QStringLiteral("parcellite"), {});
     const QString old = QStringLiteral("the user's old clipboard");
-    ASSERT_TRUE(pasteboard.setString(old));
-    // It polls the clipboard: give it time to take the entry into its history.
-    testutil::waitUntil([] { return false; }, 2s);
-    pasteboard.clearContents();
-    ASSERT_TRUE(testutil::waitUntil([&] { return pasteboard.string() == old; }, 5s))
+    // It polls the clipboard, and a loaded machine starts it slowly: offer the entry until it
+    // has taken it into its history.
+    const auto refilled = [&] {
+        EXPECT_TRUE(pasteboard.setString(old));
+        testutil::processEventsFor(2s);
+        pasteboard.clearContents();
+        return testutil::waitUntil([&] { return pasteboard.string() == old; }, 3s);
+    };
+    ASSERT_TRUE(refilled() || refilled() || refilled())
         << "parcellite never refilled the clipboard";
 
     {
@@ -187,11 +191,11 @@ TEST_F(TextServiceTest, AClipboardManagerRefillingTheClipboardIsNotTakenForTheSe
 // Terminal emulators get their own copy and paste chords, never a bare Ctrl+C: the program
 // running in each dies on SIGINT and says so.
 class TerminalTextServiceTest : public TextServiceTest,
-                                public ::testing::WithParamInterface<x11test::Terminal> {};
+                                public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(TerminalTextServiceTest, CopyAndPasteUseTheTerminalsOwnChordsNeverCtrlC) {
     const QString report = QDir::home().filePath(QStringLiteral("service-sentinel.txt"));
-    auto terminal = x11test::startTerminal(QString::fromLatin1(GetParam().command), report);
+    auto terminal = x11test::startTerminal(QString::fromLatin1(GetParam()), report);
     ASSERT_NE(terminal, nullptr);
     x11test::selectFirstTerminalWord();
     // Terminals differ in what a double click takes; what they hold on PRIMARY is the selection.
@@ -216,6 +220,10 @@ TEST_P(TerminalTextServiceTest, CopyAndPasteUseTheTerminalsOwnChordsNeverCtrlC) 
         [&] { return x11test::readFile(report).contains(QLatin1String("SIGINT")); }));
 }
 
-INSTANTIATE_TEST_SUITE_P(Terminals, TerminalTextServiceTest,
-                         ::testing::Values(x11test::xterm, x11test::st, x11test::urxvt),
-                         [](const auto& param) { return std::string(param.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Terminals, TerminalTextServiceTest,
+    ::testing::Values("xterm -geometry 80x10+0+0 -e", "stterm -g 80x10+0+0 -e",
+                      "urxvt -geometry 80x10+0+0 -e"),
+    [](const auto& param) {
+        return QString::fromLatin1(param.param).section(u' ', 0, 0).toStdString();
+    });

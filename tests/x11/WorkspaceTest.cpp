@@ -17,7 +17,7 @@ TEST(Workspace, FrontmostApplicationsComeWithPidClassAndName) {
         {[] { return x11test::startMousepad(QStringLiteral("text")); }, QStringLiteral("Mousepad")},
         {[] {
              return x11test::startTerminal(
-                 QString::fromLatin1(x11test::xterm.command),
+                 QStringLiteral("xterm -e"),
                  QDir::home().filePath(QStringLiteral("workspace-sentinel.txt")));
          },
          QStringLiteral("XTerm")},
