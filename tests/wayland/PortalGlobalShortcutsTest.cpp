@@ -6,7 +6,6 @@
 #include "tests/wayland/PortalStandIn.h"
 
 #include <QCoreApplication>
-#include <QDBusArgument>
 #include <QElapsedTimer>
 #include <QKeyEvent>
 #include <QWidget>
@@ -53,22 +52,12 @@ protected:
     // The portal methods called so far, in order, with a leading string argument (the stand-in's
     // own controls count too).
     static QStringList portalCalls() {
-        const auto calls =
-            mock(QStringLiteral("GetCalls")).arguments().value(0).value<QDBusArgument>();
         QStringList names;
-        calls.beginArray();
-        while (!calls.atEnd()) {
-            qulonglong time = 0;
-            QString name;
-            QVariantList args;
-            calls.beginStructure();
-            calls >> time >> name >> args;
-            calls.endStructure();
-            if (name == QLatin1String("Register"))
-                name += QLatin1Char(' ') + args.value(0).toString();
-            names.append(name);
-        }
-        calls.endArray();
+        for (const auto& [time, name, args] :
+             mockStructs<qulonglong, QString, QVariantList>(QStringLiteral("GetCalls")))
+            names.append(name == QLatin1String("Register")
+                             ? QString(name + u' ' + args.value(0).toString())
+                             : name);
         return names;
     }
 

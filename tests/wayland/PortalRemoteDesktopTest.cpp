@@ -5,7 +5,6 @@
 #include "tests/common/TestUtil.h"
 #include "tests/wayland/PortalStandIn.h"
 
-#include <QDBusArgument>
 #include <QElapsedTimer>
 #include <future>
 #include <gtest/gtest.h>
@@ -39,19 +38,8 @@ protected:
     }
 
     // The (key code, state) pairs the portal received, in order.
-    static std::vector<std::pair<int, uint>> keys() {
-        const auto list = mock(QStringLiteral("Keys")).arguments().value(0).value<QDBusArgument>();
-        std::vector<std::pair<int, uint>> pairs;
-        list.beginArray();
-        while (!list.atEnd()) {
-            std::pair<int, uint> key;
-            list.beginStructure();
-            list >> key.first >> key.second;
-            list.endStructure();
-            pairs.push_back(key);
-        }
-        list.endArray();
-        return pairs;
+    static std::vector<std::tuple<int, uint>> keys() {
+        return mockStructs<int, uint>(QStringLiteral("Keys"));
     }
 
     QString token_;
@@ -68,7 +56,7 @@ TEST_F(RemoteDesktopTest, GrantedSessionTypesKeysAndIsRestoredAtTheNextStart) {
     for (const auto& [code, down] : {std::pair{keyLeftCtrl, true}, std::pair{keyC, true},
                                      std::pair{keyC, false}, std::pair{keyLeftCtrl, false}})
         EXPECT_TRUE(keyboard->sendKey(code, down));
-    EXPECT_EQ(keys(), (std::vector<std::pair<int, uint>>{{29, 1}, {46, 1}, {46, 0}, {29, 0}}));
+    EXPECT_EQ(keys(), (std::vector<std::tuple<int, uint>>{{29, 1}, {46, 1}, {46, 0}, {29, 0}}));
     EXPECT_EQ(token_, QStringLiteral("restore-1"));
 
     // The desktop ends the session; the next start hands over the token and gets a new one.

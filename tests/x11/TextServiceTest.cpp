@@ -68,15 +68,15 @@ TEST_F(TextServiceTest, SelectionsAreReadThroughAccessibilityWithoutTouchingTheC
 TEST_F(TextServiceTest, TheAnchorIsBelowTheSelectionOnScreen) {
     auto editor = x11test::startQtTextApp(sampleText + QStringLiteral("\nsecond line"), 4, 11);
     ASSERT_NE(editor, nullptr);
-    const auto anchor = TextSelectionService::selectionAnchor(
-        static_cast<std::int32_t>(editor->pid()), accessibility, screens);
+    const auto pid = static_cast<std::int32_t>(editor->pid());
+    const auto anchor = TextSelectionService::selectionAnchor(pid, accessibility, screens);
     ASSERT_TRUE(anchor);
     // Back to X coordinates (the test screen is 900 high): the anchor is the bottom-right corner
     // of "quick brown", so just above and left of it lies the "n" of "brown".
     const int x = static_cast<int>(anchor->x) - 2;
     const int y = 900 - static_cast<int>(anchor->y) - 3;
     x11test::xdotool(QStringLiteral("mousemove %1 %2 click 1").arg(x).arg(y));
-    const AXRef focused = x11test::focusedElement(accessibility, editor->pid());
+    const AXRef focused = x11test::focusedElement(accessibility, pid);
     CFRange caret{-1, -1};
     EXPECT_TRUE(testutil::waitUntil([&] {
         return axValueGetValue(
@@ -89,7 +89,6 @@ TEST_F(TextServiceTest, TheAnchorIsBelowTheSelectionOnScreen) {
 
     // Asked from the GUI thread with a bound: the same answer, and a hung application costs
     // the bound and no more.
-    const auto pid = static_cast<std::int32_t>(editor->pid());
     const auto sharedAccessibility = std::make_shared<freedesktop::AtspiAccessibility>();
     const auto sharedScreens = std::make_shared<freedesktop::QtScreens>();
     const auto within = [&](std::chrono::milliseconds bound) {
@@ -106,9 +105,7 @@ TEST_F(TextServiceTest, TheAnchorIsBelowTheSelectionOnScreen) {
 
     // Without trust there is no anchor (the caller then uses the mouse).
     ASSERT_TRUE(accessibility.setAccessibilityEnabled(false));
-    EXPECT_EQ(TextSelectionService::selectionAnchor(static_cast<std::int32_t>(editor->pid()),
-                                                    accessibility, screens),
-              std::nullopt);
+    EXPECT_EQ(TextSelectionService::selectionAnchor(pid, accessibility, screens), std::nullopt);
 }
 
 TEST_F(TextServiceTest, WithoutAccessibilityTheSelectionIsCopiedWithAKeystroke) {
