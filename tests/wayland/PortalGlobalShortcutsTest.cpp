@@ -6,7 +6,6 @@
 #include "tests/wayland/PortalStandIn.h"
 
 #include <QCoreApplication>
-#include <QDBusArgument>
 #include <QElapsedTimer>
 #include <QKeyEvent>
 #include <QWidget>
@@ -50,25 +49,15 @@ protected:
         PortalStandInTest::TearDown();
     }
 
-    // The portal methods called so far, in order, with a leading string argument.
+    // The portal methods called so far, in order, with a leading string argument (the stand-in's
+    // own controls count too).
     static QStringList portalCalls() {
-        const auto calls =
-            mock(QStringLiteral("GetCalls")).arguments().value(0).value<QDBusArgument>();
         QStringList names;
-        calls.beginArray();
-        while (!calls.atEnd()) {
-            qulonglong time = 0;
-            QString name;
-            QVariantList args;
-            calls.beginStructure();
-            calls >> time >> name >> args;
-            calls.endStructure();
-            if (name == QLatin1String("Register"))
-                name += QLatin1Char(' ') + args.value(0).toString();
-            if (name != QLatin1String("Fire") && name != QLatin1String("SetBindResponse"))
-                names.append(name);
-        }
-        calls.endArray();
+        for (const auto& [time, name, args] :
+             mockStructs<qulonglong, QString, QVariantList>(QStringLiteral("GetCalls")))
+            names.append(name == QLatin1String("Register")
+                             ? QString(name + u' ' + args.value(0).toString())
+                             : name);
         return names;
     }
 
@@ -79,11 +68,6 @@ protected:
                          [this](const QString& granted, const QString& error) {
                              answers_.append({granted, error});
                          });
-        port_->installEventHandler([this](const HotKeyEvent& event) {
-            events_.push_back(event);
-            return platform::osstatus::noErr;
-        });
-        port_->addEventKinds({HotKeyEventKind::hotKeyPressed, HotKeyEventKind::hotKeyReleased});
         ASSERT_EQ(port_->registerHotKey(keyJ, carbon::command | carbon::shift, triggerID, ref_),
                   platform::osstatus::noErr);
         ASSERT_TRUE(testutil::waitUntil([this] { return !answers_.isEmpty(); }));
@@ -92,14 +76,10 @@ protected:
     std::unique_ptr<PortalGlobalShortcuts> port_;
     platform::HotKeyRef ref_;
     QList<QPair<QString, QString>> answers_;
-    std::vector<HotKeyEvent> events_;
 };
 
-TEST_F(PortalTest, BindsThePreferredTriggerAndDeliversPressThenRelease) {
-    QElapsedTimer probe;
-    probe.start();
+TEST_F(PortalTest, BindsThePreferredTriggerAndFollowsARebind) {
     EXPECT_TRUE(PortalGlobalShortcuts::available());
-    std::printf("available() answered in %lld ms\n", static_cast<long long>(probe.elapsed()));
 
     // A newer portal learns our app id from its host registry, before anything else.
     mock(QStringLiteral("AddMethod"),
@@ -113,25 +93,12 @@ TEST_F(PortalTest, BindsThePreferredTriggerAndDeliversPressThenRelease) {
     ASSERT_EQ(answers_.size(), 1);
     EXPECT_EQ(answers_[0], qMakePair(QStringLiteral("CTRL+SHIFT+j"), QString()));
 
-    const QString id = PortalGlobalShortcuts::shortcutId(triggerID);
     // The user picks other keys in the desktop's settings.
-    mock(QStringLiteral("Rebind"), {id, QStringLiteral("Ctrl+Alt+M")});
+    mock(QStringLiteral("Rebind"),
+         {PortalGlobalShortcuts::shortcutId(triggerID), QStringLiteral("Ctrl+Alt+M")});
     ASSERT_TRUE(testutil::waitUntil([this] { return answers_.size() == 2; }));
     EXPECT_EQ(answers_[1], qMakePair(QStringLiteral("Ctrl+Alt+M"), QString()));
-
-    mock(QStringLiteral("Fire"), {QStringLiteral("Activated"), id});
-    mock(QStringLiteral("Fire"), {QStringLiteral("Deactivated"), id});
-    ASSERT_TRUE(testutil::waitUntil([this] { return events_.size() == 2; }));
-    EXPECT_EQ(events_[0].kind, HotKeyEventKind::hotKeyPressed);
-    EXPECT_EQ(events_[1].kind, HotKeyEventKind::hotKeyReleased);
-    for (const auto& event : events_)
-        EXPECT_EQ(event.hotKeyID, std::optional(triggerID));
-
-    // Withdrawn: the desktop's signals no longer reach the handler.
-    EXPECT_EQ(port_->unregisterHotKey(ref_), platform::osstatus::noErr);
-    mock(QStringLiteral("Fire"), {QStringLiteral("Activated"), id});
-    testutil::processEventsFor(std::chrono::milliseconds(300));
-    EXPECT_EQ(events_.size(), 2U);
+    // Press, release and withdrawal are checked against KDE's own portal (PortalKdeTest).
 }
 
 TEST_F(PortalTest, RefusedBindReachesTheUser) {

@@ -5,11 +5,9 @@
 #include "tests/common/TestUtil.h"
 #include "tests/wayland/PortalStandIn.h"
 
-#include <QDBusArgument>
 #include <QElapsedTimer>
-#include <atomic>
+#include <future>
 #include <gtest/gtest.h>
-#include <thread>
 
 using platform::wayland::PortalRemoteDesktop;
 using State = platform::wayland::KeystrokeChannel::State;
@@ -23,15 +21,11 @@ constexpr std::uint32_t keyC = 46;
 // prepare() from a background thread, as the fixing code calls it, while this (GUI) thread
 // runs the event loop that does the portal's work.
 State prepareOffThread(PortalRemoteDesktop& channel, int timeoutMs) {
-    std::atomic<bool> done = false;
-    State state = State::needsPermission;
-    std::thread worker([&] {
-        state = channel.prepare(timeoutMs);
-        done = true;
-    });
-    testutil::waitUntil([&done] { return done.load(); }, std::chrono::seconds(10));
-    worker.join();
-    return state;
+    auto state = std::async(std::launch::async, [&] { return channel.prepare(timeoutMs); });
+    testutil::waitUntil(
+        [&] { return state.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
+        std::chrono::seconds(10));
+    return state.get();
 }
 
 class RemoteDesktopTest : public portaltest::PortalStandInTest {
@@ -44,29 +38,15 @@ protected:
     }
 
     // The (key code, state) pairs the portal received, in order.
-    static std::vector<std::pair<int, uint>> keys() {
-        const auto list = mock(QStringLiteral("Keys")).arguments().value(0).value<QDBusArgument>();
-        std::vector<std::pair<int, uint>> pairs;
-        list.beginArray();
-        while (!list.atEnd()) {
-            std::pair<int, uint> key;
-            list.beginStructure();
-            list >> key.first >> key.second;
-            list.endStructure();
-            pairs.push_back(key);
-        }
-        list.endArray();
-        return pairs;
+    static std::vector<std::tuple<int, uint>> keys() {
+        return mockStructs<int, uint>(QStringLiteral("Keys"));
     }
 
     QString token_;
 };
 
 TEST_F(RemoteDesktopTest, GrantedSessionTypesKeysAndIsRestoredAtTheNextStart) {
-    QElapsedTimer probe;
-    probe.start();
     EXPECT_TRUE(PortalRemoteDesktop::available());
-    std::printf("available() answered in %lld ms\n", static_cast<long long>(probe.elapsed()));
 
     auto keyboard = channel();
     std::vector<State> seen;
@@ -76,7 +56,7 @@ TEST_F(RemoteDesktopTest, GrantedSessionTypesKeysAndIsRestoredAtTheNextStart) {
     for (const auto& [code, down] : {std::pair{keyLeftCtrl, true}, std::pair{keyC, true},
                                      std::pair{keyC, false}, std::pair{keyLeftCtrl, false}})
         EXPECT_TRUE(keyboard->sendKey(code, down));
-    EXPECT_EQ(keys(), (std::vector<std::pair<int, uint>>{{29, 1}, {46, 1}, {46, 0}, {29, 0}}));
+    EXPECT_EQ(keys(), (std::vector<std::tuple<int, uint>>{{29, 1}, {46, 1}, {46, 0}, {29, 0}}));
     EXPECT_EQ(token_, QStringLiteral("restore-1"));
 
     // The desktop ends the session; the next start hands over the token and gets a new one.

@@ -5,10 +5,13 @@
 #include "tests/common/ChildProcess.h"
 #include "tests/common/TestUtil.h"
 
+#include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <gtest/gtest.h>
+#include <tuple>
+#include <vector>
 
 namespace portaltest {
 
@@ -48,6 +51,23 @@ protected:
         QDBusMessage reply = QDBusConnection::sessionBus().call(call);
         EXPECT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
         return reply;
+    }
+
+    // The array of structures a method of the stand-in's control interface answers.
+    template <typename... Fields>
+    static std::vector<std::tuple<Fields...>> mockStructs(const QString& method) {
+        const auto array = mock(method).arguments().value(0).value<QDBusArgument>();
+        std::vector<std::tuple<Fields...>> rows;
+        array.beginArray();
+        while (!array.atEnd()) {
+            std::tuple<Fields...> row;
+            array.beginStructure();
+            std::apply([&array](auto&... field) { (array >> ... >> field); }, row);
+            array.endStructure();
+            rows.push_back(row);
+        }
+        array.endArray();
+        return rows;
     }
 
 private:

@@ -7,9 +7,10 @@
 #include "tests/x11/GeometryPrinters.h"
 
 #include <QElapsedTimer>
+#include <algorithm>
 #include <csignal>
+#include <future>
 #include <gtest/gtest.h>
-#include <thread>
 
 using namespace platform;
 using namespace std::chrono_literals;
@@ -20,17 +21,6 @@ namespace {
 const QString sampleText = QStringLiteral("The quick brown fox jumps over the lazy dog\n"
                                           "and the second line follows here");
 
-std::optional<QString> stringOf(const AXResult& result) {
-    return result.error == ax::success ? axString(result.value) : std::nullopt;
-}
-
-template <typename T> std::optional<T> geometryOf(const AXResult& result) {
-    T value;
-    if (result.error != ax::success || !axValueGetValue(result.value, value))
-        return std::nullopt;
-    return value;
-}
-
 bool inside(const Rect& inner, const Rect& outer) {
     return inner.minX() >= outer.minX() && inner.maxX() <= outer.maxX() &&
            inner.minY() >= outer.minY() && inner.maxY() <= outer.maxY();
@@ -40,18 +30,29 @@ class AccessibilityTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(accessibility.setAccessibilityEnabled(true)); }
 
-    // The focused element of the application of `pid`, waiting for it to appear.
-    AXRef focusedElementOf(qint64 pid) {
-        AXRef focused;
-        testutil::waitUntil(
-            [&] {
-                const auto app = accessibility.createApplication(static_cast<std::int32_t>(pid));
-                const auto result = accessibility.copyAttributeValue(app, axattr::focusedUIElement);
-                focused = result.error == ax::success ? result.value : nullptr;
-                return focused != nullptr;
-            },
-            10s);
-        return focused;
+    AXRef focusedElementOf(qint64 pid) { return x11test::focusedElement(accessibility, pid, 10s); }
+    std::optional<QString> text(const AXRef& element, const char* attribute) {
+        const auto result = accessibility.copyAttributeValue(element, attribute);
+        return result.error == ax::success ? axString(result.value) : std::nullopt;
+    }
+    template <typename T> std::optional<T> value(const AXResult& result) {
+        T value;
+        if (result.error != ax::success || !axValueGetValue(result.value, value))
+            return std::nullopt;
+        return value;
+    }
+    std::optional<CFRange> selectedRange(const AXRef& element) {
+        return value<CFRange>(accessibility.copyAttributeValue(element, axattr::selectedTextRange));
+    }
+    std::optional<Rect> bounds(const AXRef& element, CFRange range) {
+        return value<Rect>(accessibility.copyParameterizedAttributeValue(
+            element, axattr::boundsForRange, makeAX(range)));
+    }
+    AXError errorOf(const AXRef& element, const char* attribute) {
+        return accessibility.copyAttributeValue(element, attribute).error;
+    }
+    AXError errorOf(const AXRef& element, const char* attribute, const AXRef& parameter) {
+        return accessibility.copyParameterizedAttributeValue(element, attribute, parameter).error;
     }
 
     // Checks the whole selection story on the focused element of one application.
@@ -65,63 +66,53 @@ protected:
 
         const AXRef focused = focusedElementOf(pid);
         ASSERT_NE(focused, nullptr);
-        EXPECT_EQ(stringOf(accessibility.copyAttributeValue(focused, axattr::role)), expectedRole);
-        EXPECT_EQ(stringOf(accessibility.copyAttributeValue(focused, axattr::selectedText)),
-                  QStringLiteral("quick brown"));
-        const auto range = geometryOf<CFRange>(
-            accessibility.copyAttributeValue(focused, axattr::selectedTextRange));
+        EXPECT_EQ(text(focused, axattr::role), expectedRole);
+        EXPECT_EQ(text(focused, axattr::selectedText), QStringLiteral("quick brown"));
+        const auto range = selectedRange(focused);
         ASSERT_TRUE(range);
         EXPECT_EQ(*range, (CFRange{4, 11}));
 
         const auto position =
-            geometryOf<Point>(accessibility.copyAttributeValue(focused, axattr::position));
-        const auto size = geometryOf<Size>(accessibility.copyAttributeValue(focused, axattr::size));
+            value<Point>(accessibility.copyAttributeValue(focused, axattr::position));
+        const auto size = value<Size>(accessibility.copyAttributeValue(focused, axattr::size));
         ASSERT_TRUE(position && size);
         const Rect element{position->x, position->y, size->width, size->height};
         EXPECT_GT(element.width, 100);
         EXPECT_GT(element.height, 10);
 
-        const auto bounds = geometryOf<Rect>(accessibility.copyParameterizedAttributeValue(
-            focused, axattr::boundsForRange, makeAX(*range)));
-        ASSERT_TRUE(bounds);
-        EXPECT_TRUE(inside(*bounds, element))
-            << bounds->x << "," << bounds->y << " " << bounds->width << "x" << bounds->height;
-        EXPECT_GT(bounds->width, 20);
-        EXPECT_GT(bounds->height, 5);
+        const auto selection = bounds(focused, *range);
+        ASSERT_TRUE(selection);
+        EXPECT_TRUE(inside(*selection, element)) << ::testing::PrintToString(*selection);
+        EXPECT_GT(selection->width, 20);
+        EXPECT_GT(selection->height, 5);
         // "The " comes before the selection on the same line; a longer range reaches further.
-        const auto before = geometryOf<Rect>(accessibility.copyParameterizedAttributeValue(
-            focused, axattr::boundsForRange, makeAX(CFRange{0, 4})));
-        const auto longer = geometryOf<Rect>(accessibility.copyParameterizedAttributeValue(
-            focused, axattr::boundsForRange, makeAX(CFRange{4, 20})));
+        const auto before = bounds(focused, CFRange{0, 4});
+        const auto longer = bounds(focused, CFRange{4, 20});
         ASSERT_TRUE(before && longer);
-        EXPECT_LE(before->maxX(), bounds->minX() + 1);
-        EXPECT_NEAR(before->y, bounds->y, 2);
-        EXPECT_GT(longer->maxX(), bounds->maxX());
+        EXPECT_LE(before->maxX(), selection->minX() + 1);
+        EXPECT_NEAR(before->y, selection->y, 2);
+        EXPECT_GT(longer->maxX(), selection->maxX());
 
         // The rectangle is where the text is on screen: a click in its middle puts the caret
         // inside the selected words.
-        x11test::xdotool({QStringLiteral("mousemove"),
-                          QString::number(int(bounds->x + bounds->width / 2)),
-                          QString::number(int(bounds->y + bounds->height / 2)),
-                          QStringLiteral("click"), QStringLiteral("1")});
+        x11test::xdotool(QStringLiteral("mousemove %1 %2 click 1")
+                             .arg(int(selection->x + selection->width / 2))
+                             .arg(int(selection->y + selection->height / 2)));
         std::optional<CFRange> caret;
         EXPECT_TRUE(testutil::waitUntil([&] {
-            caret = geometryOf<CFRange>(
-                accessibility.copyAttributeValue(focused, axattr::selectedTextRange));
+            caret = selectedRange(focused);
             return caret && caret->length == 0;
         }));
         ASSERT_TRUE(caret);
         EXPECT_GT(caret->location, 4);
         EXPECT_LT(caret->location, 15);
         // No selection now: an empty selected text, and the caret's bounds at the click.
-        EXPECT_EQ(stringOf(accessibility.copyAttributeValue(focused, axattr::selectedText)),
-                  QString());
-        const auto caretBounds = geometryOf<Rect>(accessibility.copyParameterizedAttributeValue(
-            focused, axattr::boundsForRange, makeAX(*caret)));
+        EXPECT_EQ(text(focused, axattr::selectedText), QString());
+        const auto caretBounds = bounds(focused, *caret);
         ASSERT_TRUE(caretBounds);
         EXPECT_EQ(caretBounds->width, 0);
-        EXPECT_NEAR(caretBounds->x, bounds->x + bounds->width / 2, bounds->width / 2 + 1);
-        EXPECT_NEAR(caretBounds->y, bounds->y, 3);
+        EXPECT_NEAR(caretBounds->x, selection->x + selection->width / 2, selection->width / 2 + 1);
+        EXPECT_NEAR(caretBounds->y, selection->y, 3);
     }
 
     AtspiAccessibility accessibility;
@@ -146,10 +137,8 @@ TEST_F(AccessibilityTest, QtTextWidgetsAnswerTheSameWay) {
     ASSERT_NE(field, nullptr);
     const AXRef focused = focusedElementOf(field->pid());
     ASSERT_NE(focused, nullptr);
-    EXPECT_EQ(stringOf(accessibility.copyAttributeValue(focused, axattr::selectedText)),
-              QStringLiteral("quick brown"));
-    EXPECT_EQ(stringOf(accessibility.copyAttributeValue(focused, "AXValue")),
-              QStringLiteral("The quick brown fox"));
+    EXPECT_EQ(text(focused, axattr::selectedText), QStringLiteral("quick brown"));
+    EXPECT_EQ(text(focused, "AXValue"), QStringLiteral("The quick brown fox"));
 }
 
 TEST_F(AccessibilityTest, TrustFollowsTheDesktopSwitchAndThePromptTurnsItOn) {
@@ -157,17 +146,12 @@ TEST_F(AccessibilityTest, TrustFollowsTheDesktopSwitchAndThePromptTurnsItOn) {
     EXPECT_FALSE(accessibility.isProcessTrusted());
     // A Qt application started while accessibility is off, and not told by its environment to
     // join anyway, stays off the bus until it restarts.
-    struct WithoutAlwaysOn {
-        QByteArray saved = qgetenv("QT_LINUX_ACCESSIBILITY_ALWAYS_ON");
-        WithoutAlwaysOn() { qunsetenv("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"); }
-        ~WithoutAlwaysOn() { qputenv("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", saved); }
-    } withoutAlwaysOn;
+    const testutil::ScopedEnv withoutAlwaysOn("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", std::nullopt);
     auto before = x11test::startQtTextApp(sampleText, 4, 11);
     ASSERT_NE(before, nullptr);
     const AXRef beforeApp =
         accessibility.createApplication(static_cast<std::int32_t>(before->pid()));
-    EXPECT_EQ(accessibility.copyAttributeValue(beforeApp, axattr::focusedUIElement).error,
-              ax::apiDisabled);
+    EXPECT_EQ(errorOf(beforeApp, axattr::focusedUIElement), ax::apiDisabled);
 
     support::LogCapture log;
     EXPECT_TRUE(accessibility.isProcessTrustedWithPrompt());
@@ -176,15 +160,14 @@ TEST_F(AccessibilityTest, TrustFollowsTheDesktopSwitchAndThePromptTurnsItOn) {
         QLatin1String("gsettings set org.gnome.desktop.interface toolkit-accessibility true")));
     EXPECT_TRUE(log.records().last().endsWith(QLatin1String(": mendwise_qt_text_app")))
         << log.records().last().toStdString();
-    EXPECT_EQ(accessibility.copyAttributeValue(beforeApp, axattr::focusedUIElement).error,
-              ax::cannotComplete);
+    EXPECT_EQ(errorOf(beforeApp, axattr::focusedUIElement), ax::cannotComplete);
     // One started afterwards joins.
     auto editor = x11test::startQtTextApp(sampleText, 4, 11);
     ASSERT_NE(editor, nullptr);
     const AXRef app = accessibility.createApplication(static_cast<std::int32_t>(editor->pid()));
     EXPECT_NE(focusedElementOf(editor->pid()), nullptr);
     EXPECT_TRUE(accessibility.isProcessTrusted());
-    EXPECT_EQ(accessibility.copyAttributeValue(app, axattr::focusedUIElement).error, ax::success);
+    EXPECT_EQ(errorOf(app, axattr::focusedUIElement), ax::success);
     // Already on: the prompt has nothing to say.
     EXPECT_TRUE(accessibility.isProcessTrustedWithPrompt());
     EXPECT_EQ(log.records().size(), 2);
@@ -197,37 +180,23 @@ TEST_F(AccessibilityTest, FailuresMapOntoAccessibilityErrors) {
     const AXRef focused = focusedElementOf(editor->pid());
     ASSERT_NE(focused, nullptr);
 
-    EXPECT_EQ(accessibility.copyAttributeValue(app, axattr::role).error, ax::success);
-    EXPECT_EQ(accessibility.copyAttributeValue(focused, "AXNoSuchThing").error,
-              ax::attributeUnsupported);
-    EXPECT_EQ(
-        accessibility.copyParameterizedAttributeValue(focused, "AXLineForIndex", makeAX(1.0)).error,
-        ax::parameterizedAttributeUnsupported);
-    EXPECT_EQ(accessibility
-                  .copyParameterizedAttributeValue(focused, axattr::boundsForRange,
-                                                   makeAX(QStringLiteral("0-4")))
-                  .error,
+    EXPECT_EQ(errorOf(app, axattr::role), ax::success);
+    EXPECT_EQ(errorOf(focused, "AXNoSuchThing"), ax::attributeUnsupported);
+    EXPECT_EQ(errorOf(focused, "AXLineForIndex", makeAX(1.0)),
+              ax::parameterizedAttributeUnsupported);
+    EXPECT_EQ(errorOf(focused, axattr::boundsForRange, makeAX(QStringLiteral("0-4"))),
               ax::illegalArgument);
-    EXPECT_EQ(accessibility
-                  .copyParameterizedAttributeValue(focused, axattr::boundsForRange,
-                                                   makeAX(CFRange{-1, 4}))
-                  .error,
+    EXPECT_EQ(errorOf(focused, axattr::boundsForRange, makeAX(CFRange{-1, 4})),
               ax::illegalArgument);
-    EXPECT_EQ(accessibility.copyAttributeValue(nullptr, axattr::role).error, ax::illegalArgument);
-    EXPECT_EQ(
-        accessibility.copyAttributeValue(makeAX(QStringLiteral("not an element")), axattr::role)
-            .error,
-        ax::illegalArgument);
+    EXPECT_EQ(errorOf(nullptr, axattr::role), ax::illegalArgument);
+    EXPECT_EQ(errorOf(makeAX(QStringLiteral("not an element")), axattr::role), ax::illegalArgument);
     // A process with no application on the bus.
-    const AXRef nobody = accessibility.createApplication(1);
-    EXPECT_EQ(accessibility.copyAttributeValue(nobody, axattr::focusedUIElement).error,
+    EXPECT_EQ(errorOf(accessibility.createApplication(1), axattr::focusedUIElement),
               ax::cannotComplete);
     // An element whose application has gone.
     editor->stop();
-    EXPECT_EQ(accessibility.copyAttributeValue(focused, axattr::selectedText).error,
-              ax::invalidUIElement);
-    EXPECT_EQ(accessibility.copyAttributeValue(app, axattr::focusedUIElement).error,
-              ax::cannotComplete);
+    EXPECT_EQ(errorOf(focused, axattr::selectedText), ax::invalidUIElement);
+    EXPECT_EQ(errorOf(app, axattr::focusedUIElement), ax::cannotComplete);
 }
 
 TEST_F(AccessibilityTest, AHungApplicationCostsBoundedTime) {
@@ -269,8 +238,7 @@ TEST_F(AccessibilityTest, ReadsWorkFromSeveralThreadsAtOnce) {
                     accessibility.copyAttributeValue(app, axattr::focusedUIElement);
                 if (focused.error != ax::success)
                     continue;
-                if (stringOf(accessibility.copyAttributeValue(
-                        focused.value, axattr::selectedText)) == QStringLiteral("quick brown"))
+                if (text(focused.value, axattr::selectedText) == QStringLiteral("quick brown"))
                     ++correct;
             }
         });

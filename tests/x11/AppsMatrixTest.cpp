@@ -12,13 +12,11 @@
 #include "text/TextSelectionService.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QUrl>
 #include <gtest/gtest.h>
-#include <thread>
 
 using namespace platform;
 using namespace std::chrono_literals;
@@ -63,19 +61,13 @@ protected:
 
     std::unique_ptr<x11test::App> start(const DesktopApp& app) {
         const QString file = QDir::home().filePath(QStringLiteral("document.txt"));
-        QFile out(file);
-        if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            return nullptr;
-        out.write(document.toUtf8());
-        out.close();
         // A browser shows the document in a text area of a page, with a profile of its own.
         const QString page = QDir::home().filePath(QStringLiteral("document.html"));
-        QFile html(page);
-        if (!html.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        if (!x11test::writeFile(file, document.toUtf8()) ||
+            !x11test::writeFile(
+                page, "<!DOCTYPE html><title>Document</title><textarea autofocus rows=5 cols=60>" +
+                          document.toHtmlEscaped().toUtf8() + "</textarea>"))
             return nullptr;
-        html.write("<!DOCTYPE html><title>Document</title><textarea autofocus rows=5 cols=60>" +
-                   document.toHtmlEscaped().toUtf8() + "</textarea>");
-        html.close();
         const QString profile = QDir::home().filePath(QStringLiteral("browser-profile"));
         QStringList command;
         for (const QString& part : app.command)
@@ -107,8 +99,7 @@ protected:
 };
 
 void selectFirstLine() {
-    x11test::xdotool({QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("50"),
-                      QStringLiteral("ctrl+Home"), QStringLiteral("shift+End")});
+    x11test::xdotool(QStringLiteral("key --delay 50 ctrl+Home shift+End"));
 }
 
 } // namespace
@@ -137,14 +128,14 @@ TEST_P(AppsMatrixTest, SelectionReadAnchoredAndReplacedThroughAccessibility) {
     if (GetParam().anchorUnderText) {
         const auto anchor = TextSelectionService::selectionAnchor(pid, accessibility, screens);
         ASSERT_TRUE(anchor);
-        x11test::xdotool({QStringLiteral("mousemove"), QString::number(int(anchor->x) - 3),
-                          QString::number(900 - int(anchor->y) - 4), QStringLiteral("click"),
-                          QStringLiteral("1")});
+        x11test::xdotool(QStringLiteral("mousemove %1 %2 click 1")
+                             .arg(int(anchor->x) - 3)
+                             .arg(900 - int(anchor->y) - 4));
         std::optional<QString> line;
         EXPECT_TRUE(testutil::waitUntil([&] {
-            x11test::xdotool({QStringLiteral("key"), QStringLiteral("shift+Home")});
+            x11test::xdotool(QStringLiteral("key shift+Home"));
             line = x11test::focusedText(accessibility, pid, axattr::selectedText);
-            x11test::xdotool({QStringLiteral("key"), QStringLiteral("End")});
+            x11test::xdotool(QStringLiteral("key End"));
             return line && line->size() > sentence.size() - 4 && sentence.startsWith(*line);
         })) << "before the anchor: "
             << line.value_or(QStringLiteral("nothing")).toStdString();

@@ -5,6 +5,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QStandardPaths>
 #include <csignal>
 #include <gtest/gtest.h>
@@ -42,6 +43,10 @@ void xdotool(const QStringList& arguments) {
         << "xdotool " << arguments.join(u' ').toStdString();
 }
 
+void xdotool(const QString& words) {
+    xdotool(words.split(u' ', Qt::SkipEmptyParts));
+}
+
 qint64 activeWindowPid() {
     const auto out = run(QStringLiteral("xdotool"),
                          {QStringLiteral("getactivewindow"), QStringLiteral("getwindowpid")});
@@ -50,42 +55,41 @@ qint64 activeWindowPid() {
     return ok ? pid : -1;
 }
 
-QString activeWindowId() {
-    return run(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow")})
-        .value_or(QString())
-        .trimmed();
-}
-
 std::optional<QString> pastedElsewhere(const QString& selection) {
     return run(QStringLiteral("xclip"),
                {QStringLiteral("-o"), QStringLiteral("-selection"), selection});
 }
 
 void selectWithKeys(int start, int length) {
-    QStringList keys{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("10"),
-                     QStringLiteral("ctrl+Home")};
-    for (int i = 0; i < start; ++i)
-        keys << QStringLiteral("Right");
-    for (int i = 0; i < length; ++i)
-        keys << QStringLiteral("shift+Right");
-    xdotool(keys);
+    xdotool(QStringLiteral("key --delay 10 ctrl+Home") + QStringLiteral(" Right").repeated(start) +
+            QStringLiteral(" shift+Right").repeated(length));
 }
 
-const Terminal xterm{"xterm",
-                     {QStringLiteral("xterm"), QStringLiteral("-geometry"),
-                      QStringLiteral("80x10+0+0"), QStringLiteral("-e")}};
-const Terminal st{"st",
-                  {QStringLiteral("stterm"), QStringLiteral("-g"), QStringLiteral("80x10+0+0"),
-                   QStringLiteral("-e")}};
-const Terminal urxvt{"urxvt",
-                     {QStringLiteral("urxvt"), QStringLiteral("-geometry"),
-                      QStringLiteral("80x10+0+0"), QStringLiteral("-e")}};
-
 void selectFirstTerminalWord() {
-    xdotool({QStringLiteral("mousemove"), QStringLiteral("--window"), activeWindowId(),
-             QStringLiteral("20"), QStringLiteral("8"), QStringLiteral("click"),
-             QStringLiteral("--repeat"), QStringLiteral("2"), QStringLiteral("--delay"),
-             QStringLiteral("80"), QStringLiteral("1")});
+    xdotool(
+        QStringLiteral("getactivewindow mousemove --window %1 20 8 click --repeat 2 --delay 80 1"));
+}
+
+platform::AXRef focusedElement(platform::AccessibilityPort& accessibility, qint64 pid,
+                               std::chrono::milliseconds timeout) {
+    const auto ask = [&]() -> platform::AXRef {
+        const auto result = accessibility.copyAttributeValue(
+            accessibility.createApplication(static_cast<std::int32_t>(pid)),
+            platform::axattr::focusedUIElement);
+        return result.error == platform::ax::success ? result.value : nullptr;
+    };
+    platform::AXRef focused = ask();
+    if (!focused && timeout > 0s)
+        testutil::waitUntil([&] { return (focused = ask()) != nullptr; }, timeout);
+    return focused;
+}
+
+std::optional<QString> focusedText(platform::AccessibilityPort& accessibility, qint64 pid,
+                                   const char* attribute) {
+    const platform::AXRef focused = focusedElement(accessibility, pid);
+    if (!focused)
+        return std::nullopt;
+    return platform::axString(accessibility.copyAttributeValue(focused, attribute).value);
 }
 
 App::App(const QString& program, const QStringList& arguments) {
@@ -132,11 +136,8 @@ std::unique_ptr<App> startMousepad(const QString& text) {
     static int count = 0;
     const QString path = QDir::home().filePath(
         QStringLiteral("mousepad-%1-%2.txt").arg(QCoreApplication::applicationPid()).arg(++count));
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+    if (!writeFile(path, text.toUtf8()))
         return nullptr;
-    file.write(text.toUtf8());
-    file.close();
     auto app = std::make_unique<App>(QStringLiteral("mousepad"),
                                      QStringList{QStringLiteral("--disable-server"), path});
     if (!app->waitUntilActive())
@@ -157,13 +158,14 @@ std::unique_ptr<App> startQtTextApp(const QString& text, int selectStart, int se
     return app;
 }
 
-std::unique_ptr<App> startTerminal(const QStringList& command, const QString& report) {
+std::unique_ptr<App> startTerminal(const QString& command, const QString& report) {
     QFile::remove(report);
+    const QStringList words = command.split(u' ');
     auto app = std::make_unique<App>(
-        command.first(),
-        command.mid(1) +
-            QStringList{QStringLiteral("bash"),
-                        QStringLiteral(MENDWISE_TEST_SCRIPTS_DIR "/sigint-sentinel.sh"), report});
+        words.first(),
+        words.mid(1) + QStringList{QStringLiteral("bash"),
+                                   QStringLiteral(MENDWISE_TEST_SCRIPTS_DIR "/sigint-sentinel.sh"),
+                                   report});
     if (!testutil::waitUntil([&] { return readFile(report).contains(QLatin1String("ready")); },
                              10s) ||
         !app->waitUntilActive())
@@ -176,6 +178,14 @@ QString readFile(const QString& path) {
     if (!file.open(QIODevice::ReadOnly))
         return {};
     return QString::fromUtf8(file.readAll());
+}
+
+bool writeFile(const QString& path, const QByteArray& content, bool executable) {
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+           file.write(content) == content.size() &&
+           (!executable || file.setPermissions(file.permissions() | QFileDevice::ExeOwner));
 }
 
 } // namespace x11test

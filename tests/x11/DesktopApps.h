@@ -6,12 +6,10 @@
 #include <QProcess>
 #include <QString>
 #include <QStringList>
-#include <atomic>
 #include <chrono>
-#include <exception>
+#include <future>
 #include <memory>
 #include <optional>
-#include <thread>
 
 // Real X clients for the X11 tests, each torn down (terminated, then killed) when its object
 // goes, and small helpers around the X tools of the test desktop.
@@ -25,58 +23,35 @@ using namespace std::chrono_literals;
 std::optional<QString> run(const QString& program, const QStringList& arguments,
                            std::chrono::milliseconds timeout = 10s,
                            const QByteArray& input = QByteArray());
-// xdotool with these arguments; fails the current test when xdotool does.
+// xdotool with these arguments (or with these words); fails the current test when xdotool does.
 void xdotool(const QStringList& arguments);
+void xdotool(const QString& words);
 
 // The process id owning the window manager's active window, read with xdotool; -1 when none.
 qint64 activeWindowPid();
-// The active window's id, for xdotool --window.
-QString activeWindowId();
 // What other clients paste from the X selection `selection` ("clipboard" or "primary").
 std::optional<QString> pastedElsewhere(const QString& selection = QStringLiteral("clipboard"));
 // Selects `length` characters from `start` on the first line of the active editor with keys, as
 // a user would.
 void selectWithKeys(int start, int length);
 
-// A terminal emulator under test: its command up to the option that runs a program.
-struct Terminal {
-    const char* name;
-    QStringList command;
-};
-extern const Terminal xterm, st, urxvt;
 // Double-clicks the first word the terminal in front shows.
 void selectFirstTerminalWord();
 
+// The focused element of `pid` through accessibility, waiting up to `timeout` for one; null
+// when none came.
+platform::AXRef focusedElement(platform::AccessibilityPort& accessibility, qint64 pid,
+                               std::chrono::milliseconds timeout = 0s);
 // The text under `attribute` of the focused element of `pid`, through accessibility.
-inline std::optional<QString> focusedText(platform::AccessibilityPort& accessibility, qint64 pid,
-                                          const char* attribute = "AXValue") {
-    const auto focused = accessibility.copyAttributeValue(
-        accessibility.createApplication(static_cast<std::int32_t>(pid)),
-        platform::axattr::focusedUIElement);
-    if (focused.error != platform::ax::success)
-        return std::nullopt;
-    return platform::axString(accessibility.copyAttributeValue(focused.value, attribute).value);
-}
+std::optional<QString> focusedText(platform::AccessibilityPort& accessibility, qint64 pid,
+                                   const char* attribute = "AXValue");
 
 // Runs `work` on a thread of its own, as the trigger flow does, while this (GUI) thread keeps
 // serving the clipboard; rethrows what it threw.
 template <typename Work> auto offMainThread(Work work) {
-    std::optional<decltype(work())> result;
-    std::exception_ptr error;
-    std::atomic<bool> done{false};
-    std::thread worker([&] {
-        try {
-            result.emplace(work());
-        } catch (...) {
-            error = std::current_exception();
-        }
-        done = true;
-    });
-    testutil::waitUntil([&] { return done.load(); }, 30s);
-    worker.join();
-    if (error)
-        std::rethrow_exception(error);
-    return *result;
+    auto result = std::async(std::launch::async, std::move(work));
+    testutil::waitUntil([&] { return result.wait_for(0s) == std::future_status::ready; }, 30s);
+    return result.get();
 }
 
 class App {
@@ -110,12 +85,14 @@ std::unique_ptr<App> startQtTextApp(const QString& text, int selectStart, int se
 // A terminal emulator running the SIGINT sentinel, which writes to `report`; waits until the
 // sentinel is ready and the terminal's window active. `command` is the terminal and its
 // options up to the one that runs a program ("-e").
-std::unique_ptr<App> startTerminal(const QStringList& command, const QString& report);
+std::unique_ptr<App> startTerminal(const QString& command, const QString& report);
 
 // The keyboard layout group locked now (0 is the first layout), -1 when unknown.
 int lockedLayoutGroup();
 
 // The text content of a file, empty when there is none.
 QString readFile(const QString& path);
+// Writes a file (and the folders it needs), executable if asked; whether that worked.
+bool writeFile(const QString& path, const QByteArray& content, bool executable = false);
 
 } // namespace x11test

@@ -5,7 +5,6 @@
 #include "tests/x11/GeometryPrinters.h"
 
 #include <gtest/gtest.h>
-#include <thread>
 
 using namespace platform;
 
@@ -25,24 +24,14 @@ TEST(Screens, TheTestScreenInGlobalCoordinates) {
 
 TEST(Screens, TheMouseIsMeasuredFromTheBottom) {
     freedesktop::QtScreens screens;
-    x11test::xdotool({QStringLiteral("mousemove"), QStringLiteral("100"), QStringLiteral("200")});
+    x11test::xdotool(QStringLiteral("mousemove 100 200"));
     EXPECT_TRUE(testutil::waitUntil([&] {
         return screens.mouseLocation() == Point{100, 700};
     })) << screens.mouseLocation().x
         << "," << screens.mouseLocation().y;
 
     // From another thread the answer is fetched from the GUI thread.
-    x11test::xdotool({QStringLiteral("mousemove"), QStringLiteral("1439"), QStringLiteral("0")});
-    std::atomic<bool> done{false};
-    Point fromWorker;
-    std::vector<Screen> screensFromWorker;
-    std::thread worker([&] {
-        fromWorker = screens.mouseLocation();
-        screensFromWorker = screens.screens();
-        done = true;
-    });
-    testutil::waitUntil([&] { return done.load(); });
-    worker.join();
-    EXPECT_EQ(fromWorker, (Point{1439, 900}));
-    EXPECT_EQ(screensFromWorker, screens.screens());
+    x11test::xdotool(QStringLiteral("mousemove 1439 0"));
+    EXPECT_EQ(x11test::offMainThread([&] { return screens.mouseLocation(); }), (Point{1439, 900}));
+    EXPECT_EQ(x11test::offMainThread([&] { return screens.screens(); }), screens.screens());
 }

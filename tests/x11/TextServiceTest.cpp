@@ -15,13 +15,10 @@
 
 #include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QStandardPaths>
 #include <QUrl>
 #include <csignal>
-#include <exception>
 #include <gtest/gtest.h>
-#include <thread>
 
 using namespace platform;
 using namespace std::chrono_literals;
@@ -59,46 +56,27 @@ protected:
 
 TEST_F(TextServiceTest, SelectionsAreReadThroughAccessibilityWithoutTouchingTheClipboard) {
     ASSERT_TRUE(pasteboard.setString(QStringLiteral("the user's clipboard")));
-    {
-        auto mousepad = x11test::startMousepad(sampleText);
-        ASSERT_NE(mousepad, nullptr);
-        x11test::selectWithKeys(4, 11);
-        support::LogCapture log;
-        EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
-        EXPECT_GE(log.indexOf(QStringLiteral(
-                      "[TextSelectionService] ✅ AX SUCCESS — 11 chars: \"quick brown\"")),
-                  0);
-    }
-    {
-        auto editor = x11test::startQtTextApp(sampleText, 4, 11);
-        ASSERT_NE(editor, nullptr);
-        support::LogCapture log;
-        EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
-        EXPECT_GE(
-            log.indexOf(QStringLiteral("[TextSelectionService] AX: focused element role: text")),
-            0);
-        EXPECT_EQ(log.indexOfPrefix(QStringLiteral("[TextSelectionService] 🧹")), -1);
-    }
+    auto editor = x11test::startQtTextApp(sampleText, 4, 11);
+    ASSERT_NE(editor, nullptr);
+    support::LogCapture log;
+    EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
+    // The road through the clipboard would have emptied it first.
+    EXPECT_EQ(log.indexOfPrefix(QStringLiteral("[TextSelectionService] 🧹")), -1);
     EXPECT_EQ(pasteboard.string(), QStringLiteral("the user's clipboard"));
 }
 
 TEST_F(TextServiceTest, TheAnchorIsBelowTheSelectionOnScreen) {
     auto editor = x11test::startQtTextApp(sampleText + QStringLiteral("\nsecond line"), 4, 11);
     ASSERT_NE(editor, nullptr);
-    const auto anchor = TextSelectionService::selectionAnchor(
-        static_cast<std::int32_t>(editor->pid()), accessibility, screens);
+    const auto pid = static_cast<std::int32_t>(editor->pid());
+    const auto anchor = TextSelectionService::selectionAnchor(pid, accessibility, screens);
     ASSERT_TRUE(anchor);
     // Back to X coordinates (the test screen is 900 high): the anchor is the bottom-right corner
     // of "quick brown", so just above and left of it lies the "n" of "brown".
     const int x = static_cast<int>(anchor->x) - 2;
     const int y = 900 - static_cast<int>(anchor->y) - 3;
-    x11test::xdotool({QStringLiteral("mousemove"), QString::number(x), QString::number(y),
-                      QStringLiteral("click"), QStringLiteral("1")});
-    const AXRef focused = accessibility
-                              .copyAttributeValue(accessibility.createApplication(
-                                                      static_cast<std::int32_t>(editor->pid())),
-                                                  axattr::focusedUIElement)
-                              .value;
+    x11test::xdotool(QStringLiteral("mousemove %1 %2 click 1").arg(x).arg(y));
+    const AXRef focused = x11test::focusedElement(accessibility, pid);
     CFRange caret{-1, -1};
     EXPECT_TRUE(testutil::waitUntil([&] {
         return axValueGetValue(
@@ -111,7 +89,6 @@ TEST_F(TextServiceTest, TheAnchorIsBelowTheSelectionOnScreen) {
 
     // Asked from the GUI thread with a bound: the same answer, and a hung application costs
     // the bound and no more.
-    const auto pid = static_cast<std::int32_t>(editor->pid());
     const auto sharedAccessibility = std::make_shared<freedesktop::AtspiAccessibility>();
     const auto sharedScreens = std::make_shared<freedesktop::QtScreens>();
     const auto within = [&](std::chrono::milliseconds bound) {
@@ -128,49 +105,24 @@ TEST_F(TextServiceTest, TheAnchorIsBelowTheSelectionOnScreen) {
 
     // Without trust there is no anchor (the caller then uses the mouse).
     ASSERT_TRUE(accessibility.setAccessibilityEnabled(false));
-    EXPECT_EQ(TextSelectionService::selectionAnchor(static_cast<std::int32_t>(editor->pid()),
-                                                    accessibility, screens),
-              std::nullopt);
+    EXPECT_EQ(TextSelectionService::selectionAnchor(pid, accessibility, screens), std::nullopt);
 }
 
 TEST_F(TextServiceTest, WithoutAccessibilityTheSelectionIsCopiedWithAKeystroke) {
     ASSERT_TRUE(accessibility.setAccessibilityEnabled(false));
-    {
-        auto mousepad = x11test::startMousepad(sampleText);
-        ASSERT_NE(mousepad, nullptr);
-        x11test::selectWithKeys(4, 11);
-        support::LogCapture log;
-        EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
-        EXPECT_GE(log.indexOfPrefix(QStringLiteral("[TextSelectionService] AX: ❌ NOT TRUSTED")), 0);
-        EXPECT_GE(
-            log.indexOf(
-                QStringLiteral("[TextSelectionService] ⌨️ Posting Cmd+C via CGEvent to PID ") +
-                QString::number(mousepad->pid()) + QStringLiteral("...")),
-            0);
-        EXPECT_GE(log.indexOf(QStringLiteral(
-                      "[TextSelectionService] ✅ copySelectedText SUCCESS — 11 chars")),
-                  0);
-    }
-    {
-        auto editor = x11test::startQtTextApp(sampleText, 4, 11);
-        ASSERT_NE(editor, nullptr);
-        EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
-        EXPECT_EQ(editor->outputLines().filter(QStringLiteral("key:")),
-                  QStringList{QStringLiteral("key:Ctrl+C")});
-    }
+    auto mousepad = x11test::startMousepad(sampleText);
+    ASSERT_NE(mousepad, nullptr);
+    x11test::selectWithKeys(4, 11);
+    support::LogCapture log;
+    EXPECT_EQ(copySelection(), QStringLiteral("quick brown"));
+    // The chord goes to the editor in front (the log texts are checked by the unit tests).
+    EXPECT_GE(log.indexOf(QStringLiteral(
+                              "[TextSelectionService] ⌨️ Posting Cmd+C via CGEvent to PID ") +
+                          QString::number(mousepad->pid()) + QStringLiteral("...")),
+              0);
 }
 
 TEST_F(TextServiceTest, PastedTextReplacesTheSelection) {
-    {
-        auto mousepad = x11test::startMousepad(sampleText);
-        ASSERT_NE(mousepad, nullptr);
-        x11test::selectWithKeys(4, 11);
-        paste(QStringLiteral("slow red"));
-        EXPECT_TRUE(testutil::waitUntil([&] {
-            return x11test::focusedText(accessibility, mousepad->pid()) ==
-                   QStringLiteral("The slow red fox jumps over the lazy dog");
-        }));
-    }
     auto editor = x11test::startQtTextApp(sampleText, 4, 11);
     ASSERT_NE(editor, nullptr);
     support::LogCapture log;
@@ -193,19 +145,12 @@ TEST_F(TextServiceTest, AFailedCopyPutsTheUsersClipboardBack) {
     auto editor = x11test::startQtTextApp(sampleText, 4, 0); // nothing selected
     ASSERT_NE(editor, nullptr);
     ASSERT_TRUE(pasteboard.setString(QStringLiteral("the user's clipboard")));
-    support::LogCapture log;
     try {
         copySelection();
         ADD_FAILURE() << "a copy without a selection succeeded";
     } catch (const TextSelectionError& error) {
         EXPECT_EQ(error.errorCase(), TextSelectionError::noTextSelected);
     }
-    EXPECT_GE(log.indexOf(QStringLiteral(
-                  "[TextSelectionService] 📋 Pasteboard AFTER copy: still empty ⚠️")),
-              0);
-    EXPECT_GE(log.indexOf(QStringLiteral(
-                  "[TextSelectionService] ↩️ Restored previous pasteboard contents")),
-              0);
     EXPECT_EQ(pasteboard.string(), QStringLiteral("the user's clipboard"));
     EXPECT_EQ(x11test::pastedElsewhere(), QStringLiteral("the user's clipboard"));
 }
@@ -213,20 +158,21 @@ TEST_F(TextServiceTest, AFailedCopyPutsTheUsersClipboardBack) {
 TEST_F(TextServiceTest, AClipboardManagerRefillingTheClipboardIsNotTakenForTheSelection) {
     ASSERT_TRUE(accessibility.setAccessibilityEnabled(false));
     // parcellite, told to put its last entry back whenever the clipboard is emptied.
-    const QString config = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
-                           QStringLiteral("/parcellite");
-    QDir().mkpath(config);
-    QFile rc(config + QStringLiteral("/parcelliterc"));
-    ASSERT_TRUE(rc.open(QIODevice::WriteOnly));
-    rc.write("[rc]\nrestore_empty=true\n");
-    rc.close();
+    ASSERT_TRUE(
+        x11test::writeFile(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+                               QStringLiteral("/parcellite/parcelliterc"),
+                           "[rc]\nrestore_empty=true\n"));
     x11test::App manager(QStringLiteral("parcellite"), {});
     const QString old = QStringLiteral("the user's old clipboard");
-    ASSERT_TRUE(pasteboard.setString(old));
-    // It polls the clipboard: give it time to take the entry into its history.
-    testutil::waitUntil([] { return false; }, 2s);
-    pasteboard.clearContents();
-    ASSERT_TRUE(testutil::waitUntil([&] { return pasteboard.string() == old; }, 5s))
+    // It polls the clipboard, and a loaded machine starts it slowly: offer the entry until it
+    // has taken it into its history.
+    const auto refilled = [&] {
+        EXPECT_TRUE(pasteboard.setString(old));
+        testutil::processEventsFor(2s);
+        pasteboard.clearContents();
+        return testutil::waitUntil([&] { return pasteboard.string() == old; }, 3s);
+    };
+    ASSERT_TRUE(refilled() || refilled() || refilled())
         << "parcellite never refilled the clipboard";
 
     {
@@ -242,11 +188,11 @@ TEST_F(TextServiceTest, AClipboardManagerRefillingTheClipboardIsNotTakenForTheSe
 // Terminal emulators get their own copy and paste chords, never a bare Ctrl+C: the program
 // running in each dies on SIGINT and says so.
 class TerminalTextServiceTest : public TextServiceTest,
-                                public ::testing::WithParamInterface<x11test::Terminal> {};
+                                public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(TerminalTextServiceTest, CopyAndPasteUseTheTerminalsOwnChordsNeverCtrlC) {
     const QString report = QDir::home().filePath(QStringLiteral("service-sentinel.txt"));
-    auto terminal = x11test::startTerminal(GetParam().command, report);
+    auto terminal = x11test::startTerminal(QString::fromLatin1(GetParam()), report);
     ASSERT_NE(terminal, nullptr);
     x11test::selectFirstTerminalWord();
     // Terminals differ in what a double click takes; what they hold on PRIMARY is the selection.
@@ -257,7 +203,7 @@ TEST_P(TerminalTextServiceTest, CopyAndPasteUseTheTerminalsOwnChordsNeverCtrlC) 
 
     // One line without its end: rxvt-unicode asks before pasting several lines.
     paste(QStringLiteral("pasted by the service"));
-    x11test::xdotool({QStringLiteral("key"), QStringLiteral("Return")});
+    x11test::xdotool(QStringLiteral("key Return"));
     EXPECT_TRUE(testutil::waitUntil([&] {
         return x11test::readFile(report).contains(QLatin1String("line:pasted by the service"));
     })) << x11test::readFile(report).toStdString();
@@ -266,11 +212,15 @@ TEST_P(TerminalTextServiceTest, CopyAndPasteUseTheTerminalsOwnChordsNeverCtrlC) 
     EXPECT_TRUE(terminal->isRunning());
 
     // The control: a bare Ctrl+C does reach the program and ends it.
-    x11test::xdotool({QStringLiteral("key"), QStringLiteral("ctrl+c")});
+    x11test::xdotool(QStringLiteral("key ctrl+c"));
     EXPECT_TRUE(testutil::waitUntil(
         [&] { return x11test::readFile(report).contains(QLatin1String("SIGINT")); }));
 }
 
-INSTANTIATE_TEST_SUITE_P(Terminals, TerminalTextServiceTest,
-                         ::testing::Values(x11test::xterm, x11test::st, x11test::urxvt),
-                         [](const auto& param) { return std::string(param.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Terminals, TerminalTextServiceTest,
+    ::testing::Values("xterm -geometry 80x10+0+0 -e", "stterm -g 80x10+0+0 -e",
+                      "urxvt -geometry 80x10+0+0 -e"),
+    [](const auto& param) {
+        return QString::fromLatin1(param.param).section(u' ', 0, 0).toStdString();
+    });

@@ -5,48 +5,31 @@
 
 #include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
-#include <QFileInfo>
 #include <QTemporaryDir>
+#include <functional>
 #include <gtest/gtest.h>
 
 using namespace std::chrono_literals;
 using platform::x11::X11Workspace;
 
-namespace {
-
-void writeFile(const QString& path, const QByteArray& content, bool executable = false) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(content);
-    file.close();
-    if (executable)
-        file.setPermissions(file.permissions() | QFileDevice::ExeOwner);
-}
-
-} // namespace
-
 TEST(Workspace, FrontmostApplicationsComeWithPidClassAndName) {
-    {
-        auto mousepad = x11test::startMousepad(QStringLiteral("text"));
-        ASSERT_NE(mousepad, nullptr);
+    const std::pair<std::function<std::unique_ptr<x11test::App>()>, QString> cases[] = {
+        {[] { return x11test::startMousepad(QStringLiteral("text")); }, QStringLiteral("Mousepad")},
+        {[] {
+             return x11test::startTerminal(
+                 QStringLiteral("xterm -e"),
+                 QDir::home().filePath(QStringLiteral("workspace-sentinel.txt")));
+         },
+         QStringLiteral("XTerm")},
+    };
+    for (const auto& [start, name] : cases) {
+        const auto started = start();
+        ASSERT_NE(started, nullptr) << name.toStdString();
         const auto app = X11Workspace().frontmostApplication();
         ASSERT_TRUE(app);
-        EXPECT_EQ(app->processIdentifier, mousepad->pid());
-        EXPECT_EQ(app->bundleIdentifier, QStringLiteral("Mousepad"));
-        EXPECT_EQ(app->localizedName, QStringLiteral("Mousepad"));
-    }
-    {
-        auto xterm =
-            x11test::startTerminal({QStringLiteral("xterm"), QStringLiteral("-e")},
-                                   QDir::home().filePath(QStringLiteral("workspace-sentinel.txt")));
-        ASSERT_NE(xterm, nullptr);
-        const auto app = X11Workspace().frontmostApplication();
-        ASSERT_TRUE(app);
-        EXPECT_EQ(app->processIdentifier, xterm->pid());
-        EXPECT_EQ(app->bundleIdentifier, QStringLiteral("XTerm"));
-        EXPECT_EQ(app->localizedName, QStringLiteral("XTerm"));
+        EXPECT_EQ(app->processIdentifier, started->pid());
+        EXPECT_EQ(app->bundleIdentifier, name);
+        EXPECT_EQ(app->localizedName, name);
     }
 }
 
@@ -61,12 +44,13 @@ TEST(Workspace, TheNameComesFromTheDesktopEntryElseTheClass) {
     EXPECT_EQ(plain->localizedName, plain->bundleIdentifier);
 
     // An entry installed for the user names it (read when the workspace is made).
-    writeFile(qEnvironmentVariable("XDG_DATA_HOME") +
-                  QStringLiteral("/applications/mendwise-editor.desktop"),
-              QStringLiteral("[Desktop Entry]\nType=Application\nName=Plain Editor\nExec=true\n"
-                             "StartupWMClass=%1\n")
-                  .arg(*plain->bundleIdentifier)
-                  .toUtf8());
+    ASSERT_TRUE(x11test::writeFile(
+        qEnvironmentVariable("XDG_DATA_HOME") +
+            QStringLiteral("/applications/mendwise-editor.desktop"),
+        QStringLiteral("[Desktop Entry]\nType=Application\nName=Plain Editor\nExec=true\n"
+                       "StartupWMClass=%1\n")
+            .arg(*plain->bundleIdentifier)
+            .toUtf8()));
     const auto named = X11Workspace().frontmostApplication();
     ASSERT_TRUE(named);
     EXPECT_EQ(named->localizedName, QStringLiteral("Plain Editor"));
@@ -85,10 +69,10 @@ TEST(Workspace, UrlsAndFoldersGoToTheOpenerWithoutWaitingForIt) {
     const QString log = dir.filePath(QStringLiteral("opened.txt"));
     const QString opener = dir.filePath(QStringLiteral("opener"));
     // A slow opener: the calls must come back long before it is done.
-    writeFile(
+    ASSERT_TRUE(x11test::writeFile(
         opener,
         QStringLiteral("#!/bin/sh\nsleep 1\nprintf '%s\\n' \"$*\" >> '%1'\n").arg(log).toUtf8(),
-        true);
+        true));
     X11Workspace workspace(opener);
 
     QElapsedTimer timer;

@@ -5,9 +5,8 @@
 // the percent-encoded text after every change, "key:" and the key sequence of every key press
 // it receives (e.g. "key:Ctrl+C"), so tests can see exactly which chord arrived.
 //
-// Usage: mendwise_qt_text_app [--line] [--select START LENGTH] TEXT
+// Usage: mendwise_qt_text_app [--line] [--select START,LENGTH] TEXT
 #include <QApplication>
-#include <QCommandLineParser>
 #include <QKeyEvent>
 #include <QKeySequence>
 #include <QLineEdit>
@@ -27,26 +26,20 @@ void report(const QString& line) {
 }
 
 class KeyReporter : public QObject {
-public:
-    using QObject::QObject;
-
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override {
         // Only where the key is delivered first: unhandled keys travel on to the parents.
         if (event->type() == QEvent::KeyPress && watched == QApplication::focusWidget()) {
             const auto* key = static_cast<QKeyEvent*>(event);
-            if (!key->isAutoRepeat() && !isModifier(key->key()))
+            const int code = key->key();
+            const bool modifier = (code >= Qt::Key_Shift && code <= Qt::Key_Alt) ||
+                                  code == Qt::Key_Super_L || code == Qt::Key_Super_R ||
+                                  code == Qt::Key_AltGr;
+            if (!key->isAutoRepeat() && !modifier)
                 report(QStringLiteral("key:") +
                        QKeySequence(key->keyCombination()).toString(QKeySequence::PortableText));
         }
         return false;
-    }
-
-private:
-    static bool isModifier(int key) {
-        return key == Qt::Key_Control || key == Qt::Key_Shift || key == Qt::Key_Alt ||
-               key == Qt::Key_Meta || key == Qt::Key_Super_L || key == Qt::Key_Super_R ||
-               key == Qt::Key_AltGr;
     }
 };
 
@@ -59,16 +52,11 @@ QString encoded(const QString& text) {
 int main(int argc, char** argv) {
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("mendwise_qt_text_app"));
-    QCommandLineParser parser;
-    const QCommandLineOption line(QStringLiteral("line"), QStringLiteral("One-line field."));
-    const QCommandLineOption select(QStringLiteral("select"), QStringLiteral("START,LENGTH"),
-                                    QStringLiteral("range"));
-    parser.addOption(line);
-    parser.addOption(select);
-    parser.addPositionalArgument(QStringLiteral("text"), QStringLiteral("Initial text."));
-    parser.process(app);
-    const QString text = parser.positionalArguments().value(0);
-    const QStringList range = parser.value(select).split(u',');
+    // Options first, the text last.
+    const QStringList arguments = QApplication::arguments().mid(1);
+    const QString text = arguments.value(arguments.size() - 1);
+    const qsizetype select = arguments.indexOf(QStringLiteral("--select"));
+    const QStringList range = select < 0 ? QStringList() : arguments.value(select + 1).split(u',');
     const int start = range.value(0).toInt();
     const int length = range.value(1).toInt();
 
@@ -76,7 +64,7 @@ int main(int argc, char** argv) {
     window.setWindowTitle(QStringLiteral("Mendwise Qt text"));
     auto* layout = new QVBoxLayout(&window);
     QWidget* editor = nullptr;
-    if (parser.isSet(line)) {
+    if (arguments.contains(QStringLiteral("--line"))) {
         auto* field = new QLineEdit(text);
         field->setSelection(start, length);
         QObject::connect(field, &QLineEdit::textChanged, [](const QString& now) {
