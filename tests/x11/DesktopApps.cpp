@@ -55,6 +55,12 @@ qint64 activeWindowPid() {
     return ok ? pid : -1;
 }
 
+QString activeWindowId() {
+    return run(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow")})
+        .value_or(QString())
+        .trimmed();
+}
+
 std::optional<QString> pastedElsewhere(const QString& selection) {
     return run(QStringLiteral("xclip"),
                {QStringLiteral("-o"), QStringLiteral("-selection"), selection});

@@ -29,6 +29,8 @@ void xdotool(const QString& words);
 
 // The process id owning the window manager's active window, read with xdotool; -1 when none.
 qint64 activeWindowPid();
+// The window manager's active window, as xdotool names it; empty when none.
+QString activeWindowId();
 // What other clients paste from the X selection `selection` ("clipboard" or "primary").
 std::optional<QString> pastedElsewhere(const QString& selection = QStringLiteral("clipboard"));
 // Selects `length` characters from `start` on the first line of the active editor with keys, as
