@@ -68,7 +68,10 @@ xdotool windowmove --sync "$settings" 100 150
 sleep 0.3
 eval "$(xdotool getwindowgeometry --shell "$settings")"
 moved_x=$X moved_y=$Y
-xdotool windowactivate --sync "$settings" key alt+F4
+# The window manager's Alt+F4 closes the window with the keyboard: wait until it has it.
+xdotool windowactivate --sync "$settings"
+wait_for 5 eval 'test "$(xdotool getwindowfocus)" = "$settings"'
+xdotool key alt+F4
 wait_for 5 settings_closed
 check "Alt+F4 closes the settings window" settings_closed
 sleep 0.5
