@@ -38,8 +38,8 @@ const auto* const environment = ::testing::AddGlobalTestEnvironment(new UiTestEn
 
 #if defined(__SANITIZE_THREAD__)
 // A longer access history, so the reports that tests/tsan.supp names by function keep their
-// stacks.
+// stacks; and the X11 tests' own option, which this replaces (see tests/x11/DesktopApps.cpp).
 extern "C" const char* __tsan_default_options() {
-    return "history_size=7";
+    return "history_size=7:die_after_fork=0";
 }
 #endif

@@ -200,7 +200,8 @@ bool writeFile(const QString& path, const QByteArray& content, bool executable) 
 // Qt starts child processes with a clone that shares this process's memory until the exec;
 // ThreadSanitizer's fork hook then marks this very process as a fork child and would end it at
 // its next new thread. The child execs at once, so there is nothing to protect against here.
-extern "C" const char* __tsan_default_options() {
+// Weak: a test program with options of its own includes this one in them.
+extern "C" __attribute__((weak)) const char* __tsan_default_options() {
     return "die_after_fork=0";
 }
 #endif
