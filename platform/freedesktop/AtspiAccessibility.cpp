@@ -66,7 +66,7 @@ constexpr int collectionMatchLimit = 16;
 constexpr int diveLimit = 300;
 // How long the focused object found is taken on trust (see focusedElement).
 constexpr std::chrono::milliseconds recentFocus{2000};
-// How long to wait before asking again for a place not known yet (see placeOnceKnown).
+// How long to wait before asking again for a place not known yet (see boundsForRange).
 constexpr std::chrono::milliseconds placeRetry{40};
 // A container that manages its descendants is searched only when it holds this few.
 constexpr int managedChildrenLimit = 500;
@@ -714,14 +714,12 @@ public:
     // The deepest focused object that offers Text and takes room on screen, else the deepest
     // one that offers Text, else the deepest focused one.
     static const ObjectRef& pick(const FocusChain& chain) {
-        const Focused* best = nullptr;
-        const auto better = [&best](const Focused& focused) {
-            if (best == nullptr || (best->sizeless && !focused.sizeless))
-                return true;
-            return best->sizeless == focused.sizeless && focused.depth > best->depth;
+        const auto rank = [](const Focused& focused) {
+            return std::pair(!focused.sizeless, focused.depth);
         };
+        const Focused* best = nullptr;
         for (const auto& focused : chain) {
-            if (focused.text && better(focused))
+            if (focused.text && (best == nullptr || rank(focused) > rank(*best)))
                 best = &focused;
         }
         return best != nullptr ? best->ref : chain.back().ref;
@@ -737,9 +735,7 @@ public:
         for (auto& focused : chain) {
             if (!focused.text)
                 continue;
-            const Answer answer = call(bus, focused.ref, QLatin1String(componentInterface),
-                                       QStringLiteral("GetExtents"), {coordTypeScreen}, deadline);
-            const auto box = answer.ok() ? fourInts(answer) : std::nullopt;
+            const auto box = objectBox(bus, focused.ref, deadline);
             // Not -1, Firefox's "not known yet".
             focused.sizeless = box && ((*box)[2] == 0 || (*box)[3] == 0);
         }
@@ -1119,10 +1115,16 @@ public:
         return knows;
     }
 
-    bool placeNotKnownYet(const QString& bus, const ObjectRef& target, const Deadline& deadline) {
+    // The object's own box on screen (x, y, width, height); none when it does not say.
+    std::optional<std::array<int, 4>> objectBox(const QString& bus, const ObjectRef& target,
+                                                const Deadline& deadline) {
         const Answer answer = call(bus, target, QLatin1String(componentInterface),
                                    QStringLiteral("GetExtents"), {coordTypeScreen}, deadline);
-        return answer.ok() && fourInts(answer) == std::array<int, 4>{-1, -1, -1, -1};
+        return answer.ok() ? fourInts(answer) : std::nullopt;
+    }
+
+    bool placeNotKnownYet(const QString& bus, const ObjectRef& target, const Deadline& deadline) {
+        return objectBox(bus, target, deadline) == std::array<int, 4>{-1, -1, -1, -1};
     }
 
     static bool usable(const std::optional<std::array<int, 4>>& box) {
