@@ -424,7 +424,11 @@ public:
         return std::nullopt;
     }
 
-    bool setEnabled(bool enabled) const {
+    bool setEnabled(bool enabled) {
+        {
+            const std::lock_guard lock(mutex);
+            trustedUntil = {};
+        }
         const Deadline deadline(timeouts.read);
         const Answer reply = sessionCall(
             QLatin1String(propertiesInterface), QStringLiteral("Set"),
@@ -453,13 +457,24 @@ public:
         return connectionName;
     }
 
-    // The accessibility bus when the process is trusted; apiDisabled otherwise.
+    // The accessibility bus when the process is trusted; apiDisabled otherwise. A trigger asks
+    // a handful of questions within milliseconds: the two on the session bus are asked once
+    // for all of them. Only a yes is kept, so switching on shows at once.
     std::variant<QString, AXError> trustedBus(const Deadline& deadline) {
+        const auto now = std::chrono::steady_clock::now();
+        {
+            const std::lock_guard lock(mutex);
+            if (now < trustedUntil)
+                return deepCopy(connectionName);
+        }
         if (isEnabled(deadline) != true)
             return ax::apiDisabled;
-        if (auto bus = accessibilityBus(deadline))
-            return *bus;
-        return ax::apiDisabled;
+        auto bus = accessibilityBus(deadline);
+        if (!bus)
+            return ax::apiDisabled;
+        const std::lock_guard lock(mutex);
+        trustedUntil = now + trustKept;
+        return *bus;
     }
 
     // --- calls on the accessibility bus (named by its connection)
@@ -1324,6 +1339,8 @@ public:
     std::mutex mutex;
     QString connectionName;
     QString connectedAddress;
+    static constexpr auto trustKept = std::chrono::milliseconds(500);
+    std::chrono::steady_clock::time_point trustedUntil; // connectionName answers until then
     int generation = 0;
     std::map<QString, std::int32_t> servicePids; // bus name -> process id
     std::map<QString, bool> inclusiveRangeEnds;  // bus name -> quirk found
