@@ -113,6 +113,8 @@ void FloatingPanel::setContentView(QWidget* view) {
     view->setGeometry(rect());
     if (isVisible())
         view->show();
+    else
+        QMetaObject::invokeMethod(this, &FloatingPanel::prepareShape, Qt::QueuedConnection);
 }
 
 void FloatingPanel::resizeEvent(QResizeEvent* event) {
@@ -129,16 +131,34 @@ void FloatingPanel::paintEvent(QPaintEvent*) {
     painter.fillRect(rect(), palette().color(QPalette::Window));
 }
 
-void FloatingPanel::updateShape() {
-    if (!content_ || size().isEmpty())
-        return;
+QRegion FloatingPanel::contentShape() const {
     QImage image(size(), QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     content_->render(&image, QPoint(), QRegion(), QWidget::DrawChildren);
     // Whatever the content draws at least half opaque is kept; faint shadows are cut away.
     const QRegion shape(QBitmap::fromImage(image.createAlphaMask(Qt::ThresholdAlphaDither)));
+    return shape.isEmpty() ? QRegion(0, 0, 1, 1) : shape;
+}
+
+void FloatingPanel::updateShape() {
+    if (!content_ || size().isEmpty())
+        return;
+    QRegion shape;
+    if (preparedShape_ && preparedShape_->content == content_ && preparedShape_->size == size())
+        shape = std::move(preparedShape_->shape);
+    else
+        shape = contentShape();
+    preparedShape_.reset();
     if (shape != mask())
-        setMask(shape.isEmpty() ? QRegion(0, 0, 1, 1) : shape);
+        setMask(shape);
+}
+
+void FloatingPanel::prepareShape() {
+    if (isVisible() || !content_ || size().isEmpty())
+        return;
+    composited_ = native::hasCompositor();
+    if (!composited_)
+        preparedShape_ = PreparedShape{content_, size(), contentShape()};
 }
 
 void FloatingPanel::show(const platform::Rect& frame) {

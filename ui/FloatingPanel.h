@@ -6,6 +6,7 @@
 #include <QWidget>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 class QPropertyAnimation;
@@ -98,6 +99,11 @@ private:
     // panel then paints an opaque backdrop and cuts the window to the shape of what its content
     // draws, following the content as it changes.
     void updateShape();
+    [[nodiscard]] QRegion contentShape() const;
+    // The shape of content put in while the panel is hidden, worked out at the next turn of
+    // the event loop: the trigger waits for the selection's place there, and the show after it
+    // then finds the shape ready.
+    void prepareShape();
 
     void tryGrabKeyboard();
     void finishHide();
@@ -109,6 +115,12 @@ private:
     QTimer* grabRetry_;
     QTimer* shapeTimer_;
     bool composited_ = true;
+    struct PreparedShape {
+        QPointer<QWidget> content;
+        QSize size;
+        QRegion shape;
+    };
+    std::optional<PreparedShape> preparedShape_;
     bool aside_ = false;
     int grabAttempts_ = 0;
     bool keyboardGrabbed_ = false;
