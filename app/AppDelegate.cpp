@@ -279,27 +279,27 @@ void AppDelegate::showPicker(const std::optional<platform::RunningApplication>& 
         return;
 
     const QPointer<AppDelegate> self(this);
-    auto onFixTypos = [self, sourceApp](ui::ActionPickerView::Completion done) {
-        if (!self) {
-            done(nullptr);
-            return;
-        }
-        self->runAction(sourceApp, std::nullopt, std::move(done));
-    };
-    auto onCustomPrompt = [self, sourceApp](const QString& prompt,
-                                            ui::ActionPickerView::Completion done) {
-        if (!self) {
-            done(nullptr);
-            return;
-        }
-        self->runAction(sourceApp, prompt, std::move(done));
-    };
-    auto onDismiss = [self] {
-        if (self && self->floatingPanel_)
-            self->floatingPanel_->hide([] {});
-    };
+    // The callbacks are made in place: GCC 12 takes the moved-from copies of named ones for
+    // uninitialized when it optimizes.
     floatingPanel_->setContentView(new ui::ActionPickerView(
-        std::move(onFixTypos), std::move(onCustomPrompt), std::move(onDismiss)));
+        [self, sourceApp](ui::ActionPickerView::Completion done) {
+            if (!self) {
+                done(nullptr);
+                return;
+            }
+            self->runAction(sourceApp, std::nullopt, std::move(done));
+        },
+        [self, sourceApp](const QString& prompt, ui::ActionPickerView::Completion done) {
+            if (!self) {
+                done(nullptr);
+                return;
+            }
+            self->runAction(sourceApp, prompt, std::move(done));
+        },
+        [self] {
+            if (self && self->floatingPanel_)
+                self->floatingPanel_->hide([] {});
+        }));
     floatingPanel_->resize(static_cast<int>(placement::panelWidth),
                            static_cast<int>(placement::panelHeight));
 
