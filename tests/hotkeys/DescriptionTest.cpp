@@ -146,13 +146,7 @@ TEST_F(MenuSearch, FindsTheFirstItemWithTheSameKeyEquivalent) {
     EXPECT_EQ(Shortcut(Key::f5, eventflags::command).menuItemWithMatchingShortcut(file), clear);
 }
 
-// The exact texts are checked where the recorder shows them (tests/ui/RecorderTest.cpp).
-TEST(Strings, KeysHaveTheirEnglishTextsAndUnknownKeysStayAsTheyAre) {
+// The English texts are checked where the recorder shows them (tests/ui/RecorderTest.cpp).
+TEST(Strings, UnknownKeysStayAsTheyAre) {
     EXPECT_EQ(localizedString(QStringLiteral("no_such_key")), QStringLiteral("no_such_key"));
-    for (const char* key :
-         {strings::spaceKey, strings::recordShortcut, strings::pressShortcut,
-          strings::keyboardShortcutUsedByMenuItem, strings::keyboardShortcutDisallowed,
-          strings::keyboardShortcutUsedBySystem, strings::keyboardShortcutsCanBeChanged,
-          strings::ok, strings::forceUseShortcut})
-        EXPECT_NE(localizedString(key), QString::fromLatin1(key)) << "no English text: " << key;
 }

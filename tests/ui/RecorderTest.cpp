@@ -251,7 +251,12 @@ TEST_F(RecorderTest, ASystemShortcutIsStoredOnlyWithTheSecondButton) {
     EXPECT_EQ(alerts.texts,
               QStringList{QStringLiteral("This keyboard shortcut cannot be used as it's already a "
                                          "system-wide keyboard shortcut.")});
-    EXPECT_EQ(alerts.buttons.size(), 2);
+    EXPECT_EQ(alerts.details,
+              QStringList{QStringLiteral("Most system-wide keyboard shortcuts can be "
+                                         "changed in the keyboard settings of your "
+                                         "desktop or window manager.")});
+    EXPECT_EQ(alerts.buttons,
+              (QStringList{QStringLiteral("OK"), QStringLiteral("Use Shortcut Anyway")}));
     EXPECT_EQ(stored(), QString());
     ASSERT_TRUE(testutil::waitUntil([&] { return field()->isRecording(); }, 2s));
 
