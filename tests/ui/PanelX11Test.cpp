@@ -7,6 +7,7 @@
 #include "ui/KeyHandler.h"
 #include "ui/NativeWindow.h"
 
+#include <QElapsedTimer>
 #include <QLineEdit>
 #include <gtest/gtest.h>
 #include <memory>
@@ -86,13 +87,29 @@ TEST_F(PanelX11Test, ShownWithoutActivationItStillGetsTheKeys) {
     EXPECT_EQ(seen, (std::vector<std::uint16_t>{124, 0, 53}));
     EXPECT_EQ(field->text(), QString());
 
-    bool hidden = false;
-    panel.hide([&] { hidden = true; });
+    // Hiding lets the keyboard and the keys go at once, then ends once, after the 0.15 s fade,
+    // off screen at full opacity again.
+    ui::KeyHandler::shared().setAllowTyping(true);
+    int completions = 0;
+    QElapsedTimer timer;
+    timer.start();
+    qint64 completedAfter = -1;
+    panel.hide([&] {
+        ++completions;
+        completedAfter = timer.elapsed();
+    });
     EXPECT_FALSE(panel.hasKeyboardGrab()) << "the keyboard is let go before the fade";
-    ASSERT_TRUE(testutil::waitUntil([&] { return hidden; }, 3s));
+    EXPECT_FALSE(ui::KeyHandler::shared().onKey());
+    EXPECT_FALSE(ui::KeyHandler::shared().allowTyping());
+    EXPECT_TRUE(panel.isVisible()) << "still fading";
+    ASSERT_TRUE(testutil::waitUntil([&] { return completions > 0; }, 3s));
     key("Left");
     testutil::processEventsFor(200ms);
     EXPECT_EQ(seen.size(), 3U) << "no keys once hidden";
+    EXPECT_EQ(completions, 1);
+    EXPECT_GE(completedAfter, 100);
+    EXPECT_FALSE(panel.isVisible());
+    EXPECT_DOUBLE_EQ(panel.windowOpacity(), 1.0);
     EXPECT_EQ(activeWindowId(), before);
 }
 

@@ -122,8 +122,6 @@ TEST_F(PickerTest, ArrowsMoveTheHighlightReturnRunsItAndEscapeDismisses) {
 // padded one is sent trimmed; the submit button comes with the first character.
 TEST_F(PickerTest, TheInstructionFieldTakesTypingAndSendsItTrimmed) {
     openField();
-    EXPECT_EQ(fixCalls, 0);
-    EXPECT_TRUE(prompts.isEmpty());
     EXPECT_TRUE(ui::KeyHandler::shared().allowTyping());
     press(Qt::Key_A);
     type(QStringLiteral("bc"));

@@ -137,9 +137,7 @@ TEST_F(SettingsViewTest, TheEyeSwitchesBetweenMaskedAndClearWithoutTouchingTheTe
     QTest::keyClicks(&keyField(), QStringLiteral("secret"));
     EXPECT_EQ(keyField().echoMode(), QLineEdit::Password);
     QTest::mouseClick(ai().eyeButton(), Qt::LeftButton);
-    EXPECT_TRUE(ai().showingAPIKey());
     EXPECT_EQ(keyField().echoMode(), QLineEdit::Normal);
-    EXPECT_EQ(keyField().text(), QStringLiteral("secret"));
     QTest::mouseClick(ai().eyeButton(), Qt::LeftButton);
     EXPECT_EQ(keyField().echoMode(), QLineEdit::Password);
     EXPECT_EQ(keyField().text(), QStringLiteral("secret"));
@@ -254,4 +252,5 @@ TEST_F(SettingsViewTest, TheKeystrokeProblemShowsWithItsAllowButtonUntilCleared)
     EXPECT_EQ(retries, 1);
     general.setKeystrokeProblem({}, {});
     EXPECT_FALSE(allow->isVisible());
+    EXPECT_FALSE(testutil::labelTexts(general).contains(QStringLiteral("Mendwise may not type")));
 }
