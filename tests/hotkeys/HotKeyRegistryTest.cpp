@@ -122,10 +122,7 @@ TEST_F(Registry, OpenMenuMatchesRawKeysAndReRegistersUnderTheSameIds) {
     const auto registrations = hotKeys->registrations();
     ASSERT_EQ(registrations.size(), 2);
     EXPECT_EQ(registrations[0].id.id, 1u);
-    EXPECT_EQ(registrations[1].id.id, 2u);
-    EXPECT_EQ(hotKeys->listenedKinds(),
-              (std::set<HotKeyEventKind>{HotKeyEventKind::hotKeyPressed,
-                                         HotKeyEventKind::hotKeyReleased}));
+    EXPECT_EQ(registrations[1].id.id, 2u); // firing again: tests/hotkeys/X11HotKeysTest.cpp
     EXPECT_EQ(hotKeys->rawKeyDown(38, 768), std::nullopt);
 }
 
