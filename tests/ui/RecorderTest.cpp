@@ -176,28 +176,6 @@ TEST_F(RecorderTest, AClickJustOutsideIsToleratedAndOneFurtherOutEndsRecording) 
     EXPECT_FALSE(field()->isRecording()) << "4 points outside";
 }
 
-TEST_F(RecorderTest, AShortcutOfAMenuItemIsRefusedWithAnAlert) {
-    QMainWindow mainWindow;
-    QMenu* file = mainWindow.menuBar()->addMenu(QStringLiteral("&File"));
-    QAction* quit = file->addAction(QStringLiteral("&Quit"));
-    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
-    int quits = 0;
-    QObject::connect(quit, &QAction::triggered, [&] { ++quits; });
-
-    startRecording();
-    const AlertAnswerer alerts(QStringLiteral("OK"));
-    QTest::keyClick(field(), Qt::Key_Q, Qt::ControlModifier);
-    EXPECT_EQ(alerts.texts,
-              QStringList{QStringLiteral("This keyboard shortcut cannot be used as it's already "
-                                         "used by the “Quit” menu item.")});
-    EXPECT_EQ(alerts.buttons, QStringList{QStringLiteral("OK")});
-    EXPECT_EQ(stored(), QString());
-    EXPECT_TRUE(changes.isEmpty());
-    EXPECT_EQ(quits, 0) << "the menu item does not run";
-    EXPECT_TRUE(testutil::waitUntil([&] { return field()->isRecording(); }, 2s))
-        << "recording starts again once the window is active again";
-}
-
 TEST_F(RecorderTest, OptionAloneIsRefusedInASandboxOnlyOnMacOS15Point0And15Point1) {
     const struct {
         const char* version;
@@ -232,22 +210,38 @@ TEST_F(RecorderTest, OptionAloneIsRefusedInASandboxOnlyOnMacOS15Point0And15Point
     EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":0,\"carbonModifiers\":2048}"));
 }
 
-TEST_F(RecorderTest, ASystemShortcutIsStoredOnlyWithTheSecondButton) {
+// A menu item's shortcut is refused, without running the item; a system-wide one is stored only
+// with the alert's second button.
+TEST_F(RecorderTest, MenuItemAndSystemShortcutsAreRefusedWithAnAlert) {
+    QMainWindow mainWindow;
+    QMenu* file = mainWindow.menuBar()->addMenu(QStringLiteral("&File"));
+    QAction* quit = file->addAction(QStringLiteral("&Quit"));
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    int quits = 0;
+    QObject::connect(quit, &QAction::triggered, [&] { ++quits; });
     // Command+Option+T reserved by the system.
     hotKeys->setSymbolicHotKeys({{true, 17, 0x900}});
+
     startRecording();
     AlertAnswerer alerts(QStringLiteral("OK"));
+    QTest::keyClick(field(), Qt::Key_Q, Qt::ControlModifier);
+    EXPECT_EQ(alerts.buttons, QStringList{QStringLiteral("OK")});
+    EXPECT_EQ(quits, 0) << "the menu item does not run";
+    ASSERT_TRUE(testutil::waitUntil([&] { return field()->isRecording(); }, 2s))
+        << "recording starts again once the window is active again";
     QTest::keyClick(field(), Qt::Key_T, Qt::ControlModifier | Qt::AltModifier);
     EXPECT_EQ(alerts.texts,
-              QStringList{QStringLiteral("This keyboard shortcut cannot be used as it's already a "
-                                         "system-wide keyboard shortcut.")});
-    EXPECT_EQ(alerts.details,
-              QStringList{QStringLiteral("Most system-wide keyboard shortcuts can be "
-                                         "changed in the keyboard settings of your "
-                                         "desktop or window manager.")});
+              (QStringList{QStringLiteral("This keyboard shortcut cannot be used as it's already "
+                                          "used by the “Quit” menu item."),
+                           QStringLiteral("This keyboard shortcut cannot be used as it's already a "
+                                          "system-wide keyboard shortcut.")}));
+    EXPECT_EQ(alerts.details.value(1),
+              QStringLiteral("Most system-wide keyboard shortcuts can be changed in the keyboard "
+                             "settings of your desktop or window manager."));
     EXPECT_EQ(alerts.buttons,
               (QStringList{QStringLiteral("OK"), QStringLiteral("Use Shortcut Anyway")}));
     EXPECT_EQ(stored(), QString());
+    EXPECT_TRUE(changes.isEmpty());
     ASSERT_TRUE(testutil::waitUntil([&] { return field()->isRecording(); }, 2s));
 
     alerts.answer = QStringLiteral("Use Shortcut Anyway");
@@ -260,9 +254,7 @@ TEST_F(RecorderTest, ASystemShortcutIsStoredOnlyWithTheSecondButton) {
 TEST_F(RecorderTest, TheWindowOpeningOrBecomingActiveDoesNotStartRecording) {
     // A window whose only focusable control is the recorder.
     QWidget alone;
-    auto* layoutAlone = new QVBoxLayout(&alone);
-    auto* only = new Hotkeys::Recorder(name);
-    layoutAlone->addWidget(only);
+    auto* only = new Hotkeys::Recorder(name, {}, &alone);
     alone.show();
     alone.activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(&alone));
