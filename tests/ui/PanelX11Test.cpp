@@ -18,10 +18,6 @@ using x11test::xdotool;
 
 namespace {
 
-void key(const char* keys) {
-    xdotool({QStringLiteral("key"), QString::fromLatin1(keys)});
-}
-
 QString xprop(const QString& window, const char* property) {
     return x11test::run(QStringLiteral("xprop"),
                         {QStringLiteral("-id"), window, QString::fromLatin1(property)})
@@ -80,9 +76,7 @@ TEST_F(PanelX11Test, ShownWithoutActivationItStillGetsTheKeys) {
 
     std::vector<std::uint16_t> seen;
     ui::KeyHandler::shared().setOnKey([&seen](std::uint16_t key) { seen.push_back(key); });
-    key("Right");
-    key("a");
-    key("Escape");
+    xdotool(QStringLiteral("key Right a Escape"));
     ASSERT_TRUE(testutil::waitUntil([&] { return seen.size() >= 3; }, 3s));
     EXPECT_EQ(seen, (std::vector<std::uint16_t>{124, 0, 53}));
     EXPECT_EQ(field->text(), QString());
@@ -103,7 +97,7 @@ TEST_F(PanelX11Test, ShownWithoutActivationItStillGetsTheKeys) {
     EXPECT_FALSE(ui::KeyHandler::shared().allowTyping());
     EXPECT_TRUE(panel.isVisible()) << "still fading";
     ASSERT_TRUE(testutil::waitUntil([&] { return completions > 0; }, 3s));
-    key("Left");
+    xdotool(QStringLiteral("key Left"));
     testutil::processEventsFor(200ms);
     EXPECT_EQ(seen.size(), 3U) << "no keys once hidden";
     EXPECT_EQ(completions, 1);
@@ -127,14 +121,13 @@ TEST_F(PanelX11Test, ThePickerTakesKeysAndTypingThroughTheGrab) {
     EXPECT_TRUE(panel.mask().contains(picker->buttonCenter(1)));
     EXPECT_FALSE(panel.mask().contains(QPoint(5, 5)));
 
-    key("Right");
-    key("Return");
+    xdotool(QStringLiteral("key Right Return"));
     ASSERT_TRUE(testutil::waitUntil([&] { return picker->focused(); }, 3s));
     xdotool({QStringLiteral("type"), QStringLiteral("be brief")});
     ASSERT_TRUE(
         testutil::waitUntil([&] { return picker->prompt() == QStringLiteral("be brief"); }, 3s))
         << picker->prompt().toStdString();
-    key("Return");
+    xdotool(QStringLiteral("key Return"));
     ASSERT_TRUE(testutil::waitUntil([&] { return !prompts.isEmpty(); }, 3s));
     EXPECT_EQ(prompts, QStringList{QStringLiteral("be brief")});
     EXPECT_EQ(fixes, 0);
@@ -149,8 +142,7 @@ TEST_F(PanelX11Test, AClickElsewhereAsksThePanelToGo) {
     ASSERT_TRUE(show(new QWidget));
     testutil::processEventsFor(200ms);
     EXPECT_EQ(dismissals, 0) << "showing it is no reason to go";
-    xdotool({QStringLiteral("mousemove"), QStringLiteral("30"), QStringLiteral("30"),
-             QStringLiteral("click"), QStringLiteral("1")});
+    xdotool(QStringLiteral("mousemove 30 30 click 1"));
     EXPECT_TRUE(testutil::waitUntil([&] { return dismissals > 0; }, 3s));
 }
 
