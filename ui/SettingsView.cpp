@@ -300,10 +300,6 @@ void GeneralSettingsTab::setKeystrokeProblem(const QString& text, std::function<
     allowKeystrokes_->setVisible(!text.isEmpty() && retryKeystrokes_);
 }
 
-QString GeneralSettingsTab::keystrokeProblem() const {
-    return keystrokeProblem_->text();
-}
-
 void GeneralSettingsTab::refreshPermission() {
     // Asked anew each time the tab is drawn again; never polled.
     const bool trusted = accessibility_.isProcessTrusted();

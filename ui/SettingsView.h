@@ -63,7 +63,6 @@ public:
     // A line under the accessibility row while Mendwise may not type into other applications,
     // with an "Allow…" button that runs `retry`; empty text hides both.
     void setKeystrokeProblem(const QString& text, std::function<void()> retry);
-    [[nodiscard]] QString keystrokeProblem() const;
     // What the row of the trigger shortcut says about it: empty while the desktop holds it.
     [[nodiscard]] QString shortcutProblem() const;
     [[nodiscard]] Hotkeys::Recorder* recorder() const { return recorder_; }
@@ -106,7 +105,6 @@ public:
     AISettingsTab(AppSettings& settings, platform::WorkspacePort& workspace,
                   QWidget* parent = nullptr);
 
-    [[nodiscard]] bool showingAPIKey() const { return showingAPIKey_; }
     [[nodiscard]] QString apiKeyText() const;
     [[nodiscard]] bool apiKeySaved() const { return apiKeySaved_; }
 

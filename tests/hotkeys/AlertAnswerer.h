@@ -6,7 +6,7 @@
 #include <QTimer>
 
 // Answers every message box that comes up while it lives, from inside the box's own event loop:
-// keeps its text and button titles, and clicks the button titled `answer` (else the last one).
+// keeps its texts and button titles, and clicks the button titled `answer` (else the last one).
 class AlertAnswerer {
 public:
     explicit AlertAnswerer(const QString& answer) : answer(answer) {
@@ -16,6 +16,7 @@ public:
                 if (!box || !box->isVisible())
                     continue;
                 texts << box->text();
+                details << box->informativeText();
                 buttons.clear();
                 QAbstractButton* pick = box->buttons().constLast();
                 for (QAbstractButton* button : box->buttons()) {
@@ -31,6 +32,7 @@ public:
 
     QString answer;
     QStringList texts;   // of every box answered, in order
+    QStringList details; // their informative texts
     QStringList buttons; // the last box's button titles
 
 private:

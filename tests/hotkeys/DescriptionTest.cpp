@@ -16,12 +16,6 @@ namespace {
 constexpr EventFlags allModifiers = eventflags::control | eventflags::option | eventflags::shift |
                                     eventflags::command | eventflags::function;
 
-QAction* addItem(QMenu& menu, const QString& title, const QKeySequence& keys) {
-    QAction* action = menu.addAction(title);
-    action->setShortcut(keys);
-    return action;
-}
-
 } // namespace
 
 using Description = HotkeysTest;
@@ -82,7 +76,6 @@ TEST(SpecialKeys, TableCoversFiftyThreeDistinctKeys) {
     for (const SpecialKey key : allSpecialKeys()) {
         codes.insert(keyCode(key));
         EXPECT_EQ(specialKey(keyCode(key)), key);
-        EXPECT_FALSE(displayText(key).isEmpty());
         if (!menuKeyEquivalent(key))
             ++withoutMenuText;
     }
@@ -114,45 +107,40 @@ TEST(KeyEquivalents, QtShortcutsTakeTheFormMenusStore) {
 TEST_F(MenuSearch, FindsTheFirstItemWithTheSameKeyEquivalent) {
     QMenuBar bar;
     QMenu* file = bar.addMenu(QStringLiteral("File"));
-    QMenu* recent = file->addMenu(QStringLiteral("Recent"));
-    QAction* clear =
-        addItem(*recent, QStringLiteral("Clear"), QKeySequence(QStringLiteral("Ctrl+F5")));
-    addItem(*file, QStringLiteral("Reload"), QKeySequence(QStringLiteral("Ctrl+F5")));
-    QAction* quit = addItem(*file, QStringLiteral("Quit"), QKeySequence(QStringLiteral("Ctrl+Q")));
-    QAction* next =
-        addItem(*file, QStringLiteral("Next"), QKeySequence(QStringLiteral("Ctrl+Return")));
-    QAction* jump =
-        addItem(*file, QStringLiteral("Jump"), QKeySequence(QStringLiteral("Ctrl+Shift+J")));
-    QAction* join =
-        addItem(*file, QStringLiteral("Join"), QKeySequence(QStringLiteral("Ctrl+Alt+K")));
-    QAction* five = addItem(*file, QStringLiteral("Five"), QKeySequence(QStringLiteral("Ctrl+5")));
-    addItem(*file, QStringLiteral("Keypad six"),
+    file->addMenu(QStringLiteral("Recent"))
+        ->addAction(QStringLiteral("Clear"))
+        ->setShortcut(QKeySequence(QStringLiteral("Ctrl+F5")));
+    const std::pair<const char*, const char*> items[] = {
+        {"Reload", "Ctrl+F5"},    {"Quit", "Ctrl+Q"},     {"Next", "Ctrl+Return"},
+        {"Jump", "Ctrl+Shift+J"}, {"Join", "Ctrl+Alt+K"}, {"Five", "Ctrl+5"}};
+    for (const auto& [title, keys] : items)
+        file->addAction(QString::fromLatin1(title))
+            ->setShortcut(QKeySequence(QString::fromLatin1(keys)));
+    file->addAction(QStringLiteral("Keypad six"))
+        ->setShortcut(
             QKeySequence(QKeyCombination(Qt::ControlModifier | Qt::KeypadModifier, Qt::Key_6)));
-    const std::pair<Shortcut, QAction*> cases[] = {
-        {Shortcut(Key::f5, eventflags::command), clear},
-        {Shortcut(Key::q, eventflags::command), quit},
-        {Shortcut(Key::returnKey, eventflags::command), next},
-        {Shortcut(Key::j, eventflags::command | eventflags::shift), jump},
-        {Shortcut(Key::j, eventflags::command), nullptr},
-        {Shortcut(Key::k, eventflags::command), nullptr},
-        {Shortcut(Key::k, eventflags::command | eventflags::option), join},
-        {Shortcut(Key::five, eventflags::command), five},
-        {Shortcut(Key::keypad5, eventflags::command), nullptr},
-        {Shortcut(Key::keypad6, eventflags::command), nullptr},
+    const std::pair<Shortcut, const char*> cases[] = {
+        {Shortcut(Key::f5, eventflags::command), "Clear"},
+        {Shortcut(Key::q, eventflags::command), "Quit"},
+        {Shortcut(Key::returnKey, eventflags::command), "Next"},
+        {Shortcut(Key::j, eventflags::command | eventflags::shift), "Jump"},
+        {Shortcut(Key::j, eventflags::command), ""},
+        {Shortcut(Key::k, eventflags::command), ""},
+        {Shortcut(Key::k, eventflags::command | eventflags::option), "Join"},
+        {Shortcut(Key::five, eventflags::command), "Five"},
+        {Shortcut(Key::keypad5, eventflags::command), ""},
+        {Shortcut(Key::keypad6, eventflags::command), ""},
     };
-    for (const auto& [shortcut, item] : cases)
-        EXPECT_EQ(shortcut.menuItemWithMatchingShortcut(&bar), item)
+    for (const auto& [shortcut, title] : cases) {
+        const QAction* item = shortcut.menuItemWithMatchingShortcut(&bar);
+        EXPECT_EQ(item ? item->text() : QString(), QString::fromLatin1(title))
             << shortcut.description().toStdString();
-    EXPECT_EQ(Shortcut(Key::f5, eventflags::command).menuItemWithMatchingShortcut(file), clear);
+    }
+    EXPECT_EQ(Shortcut(Key::f5, eventflags::command).menuItemWithMatchingShortcut(file)->text(),
+              QStringLiteral("Clear"));
 }
 
-// The exact texts are checked where the recorder shows them (tests/ui/RecorderTest.cpp).
-TEST(Strings, KeysHaveTheirEnglishTextsAndUnknownKeysStayAsTheyAre) {
+// The English texts are checked where the recorder shows them (tests/ui/RecorderTest.cpp).
+TEST(Strings, UnknownKeysStayAsTheyAre) {
     EXPECT_EQ(localizedString(QStringLiteral("no_such_key")), QStringLiteral("no_such_key"));
-    for (const char* key :
-         {strings::spaceKey, strings::recordShortcut, strings::pressShortcut,
-          strings::keyboardShortcutUsedByMenuItem, strings::keyboardShortcutDisallowed,
-          strings::keyboardShortcutUsedBySystem, strings::keyboardShortcutsCanBeChanged,
-          strings::ok, strings::forceUseShortcut})
-        EXPECT_NE(localizedString(key), QString::fromLatin1(key)) << "no English text: " << key;
 }

@@ -99,8 +99,7 @@ TEST_F(Registry, OpenMenuMatchesRawKeysAndReRegistersUnderTheSameIds) {
     QMenu* submenu = menu.addMenu(QStringLiteral("More"));
     submenu->addAction(QStringLiteral("Item"));
     menu.popup(QPoint(5, 5));
-    ASSERT_TRUE(menuIsOpen());
-    EXPECT_TRUE(hotKeys->registrations().isEmpty());
+    ASSERT_TRUE(menuIsOpen()); // the grabs withdrawn: tests/hotkeys/X11HotKeysTest.cpp
     EXPECT_EQ(HotKeyRegistry::entries().size(), 2);
     submenu->popup(QPoint(40, 40));
     ASSERT_TRUE(testutil::waitUntil([&] { return submenu->isVisible(); }));
@@ -123,10 +122,7 @@ TEST_F(Registry, OpenMenuMatchesRawKeysAndReRegistersUnderTheSameIds) {
     const auto registrations = hotKeys->registrations();
     ASSERT_EQ(registrations.size(), 2);
     EXPECT_EQ(registrations[0].id.id, 1u);
-    EXPECT_EQ(registrations[1].id.id, 2u);
-    EXPECT_EQ(hotKeys->listenedKinds(),
-              (std::set<HotKeyEventKind>{HotKeyEventKind::hotKeyPressed,
-                                         HotKeyEventKind::hotKeyReleased}));
+    EXPECT_EQ(registrations[1].id.id, 2u); // firing again: tests/hotkeys/X11HotKeysTest.cpp
     EXPECT_EQ(hotKeys->rawKeyDown(38, 768), std::nullopt);
 }
 
@@ -136,12 +132,9 @@ TEST_F(Registry, ARefusedShortcutIsKnownUntilARegistrationHolds) {
     int posts = 0;
     const auto observer = support::NotificationCenter::defaultCenter().addObserver(
         QString::fromLatin1(registrationStatusDidChange), [&](const auto&) { ++posts; });
-    const Name name(QStringLiteral("trigger"));
-    hotKeys->refuse(38, 768);
-    setShortcut(commandShiftJ, name);
-    EXPECT_EQ(registrationError(name), QStringLiteral("Ctrl+Shift+J is used by another program"));
-    setShortcut(commandShiftK, name);
-    EXPECT_EQ(registrationError(name), std::nullopt);
+    // A refusal and a registration that holds after it: on the real desktop, in
+    // tests/hotkeys/X11HotKeysTest.cpp (the popover's text).
+    const Name name(QStringLiteral("trigger"), commandShiftK);
     posts = 0;
     setRegistrationError(name, QStringLiteral("Refused by the desktop"));
     EXPECT_EQ(registrationError(name), QStringLiteral("Refused by the desktop"));

@@ -162,9 +162,8 @@ TEST_F(Storage, ResetAllRemovesShortcutsAndKeepsFalseMarkers) {
 TEST_F(ShortcutModel, EnableDisableAndTheGlobalSwitch) {
     const Name name(QStringLiteral("n"), commandShiftJ);
     EXPECT_TRUE(isEnabled(name));
-    disable({name});
+    disable({name}); // the grab let go: tests/hotkeys/X11HotKeysTest.cpp
     EXPECT_FALSE(isEnabled(name));
-    EXPECT_FALSE(hotKeys->isRegistered(38, 768));
     EXPECT_EQ(shortcut(name), commandShiftJ);
     enable({name});
     EXPECT_TRUE(isEnabled(name));

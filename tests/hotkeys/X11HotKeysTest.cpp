@@ -8,6 +8,7 @@
 #include "hotkeys/RecorderField.h"
 #include "hotkeys/Testing.h"
 #include "platform/VirtualKeys.h"
+#include "platform/sim/SimDesktop.h"
 #include "platform/x11/X11KeyboardLayout.h"
 #include "support/Log.h"
 #include "tests/common/TestUtil.h"
@@ -27,16 +28,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-class FrontmostWorkspace final : public platform::WorkspacePort {
-public:
-    std::optional<platform::RunningApplication> frontmostApplication() override {
-        return platform::RunningApplication{1234, QStringLiteral("org.example.Editor"),
-                                            QStringLiteral("Editor")};
-    }
-    bool openURL(const QUrl&) override { return false; }
-    bool openFolder(const QString&) override { return false; }
-};
-
 // Types `keys` (xdotool's names) on the real keyboard.
 void key(const char* keys) {
     x11test::xdotool({QStringLiteral("key"), QString::fromLatin1(keys)});
@@ -48,37 +39,21 @@ void setLayout(const char* layouts) {
     testutil::processEventsFor(200ms);
 }
 
-// Another X client holding a passive grab on the root window.
-class OtherClient {
-public:
-    OtherClient() {
-        int screen = 0;
-        connection_ = xcb_connect(nullptr, &screen);
-        auto it = xcb_setup_roots_iterator(xcb_get_setup(connection_));
-        for (int i = 0; i < screen; ++i)
-            xcb_screen_next(&it);
-        root_ = it.data->root;
-    }
-    ~OtherClient() { xcb_disconnect(connection_); }
-    OtherClient(const OtherClient&) = delete;
-    OtherClient& operator=(const OtherClient&) = delete;
-
-    bool grab(const Key& key, std::uint16_t modifiers) {
-        const auto keycode = platform::xKeycodeFromVirtualKey(key.rawValue);
-        if (!keycode)
-            return false;
-        auto cookie = xcb_grab_key_checked(connection_, 0, root_, modifiers,
-                                           static_cast<xcb_keycode_t>(*keycode),
-                                           XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
-        xcb_generic_error_t* error = xcb_request_check(connection_, cookie);
-        std::free(error); // NOLINT(cppcoreguidelines-no-malloc)
-        return error == nullptr;
-    }
-
-private:
-    xcb_connection_t* connection_ = nullptr;
-    xcb_window_t root_ = 0;
-};
+// Another X client, holding a passive grab of `key` with X `modifiers` on the root window for
+// as long as it lives.
+using Connection = std::unique_ptr<xcb_connection_t, decltype(&xcb_disconnect)>;
+Connection otherClientGrabbing(const Key& key, std::uint16_t modifiers) {
+    Connection other(xcb_connect(nullptr, nullptr), &xcb_disconnect);
+    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(other.get())).data->root;
+    const auto keycode = platform::xKeycodeFromVirtualKey(key.rawValue);
+    xcb_generic_error_t* error = xcb_request_check(
+        other.get(), xcb_grab_key_checked(other.get(), 0, root, modifiers,
+                                          static_cast<xcb_keycode_t>(keycode.value_or(0)),
+                                          XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC));
+    EXPECT_TRUE(keycode && !error) << "the other client could not grab the key";
+    std::free(error); // NOLINT(cppcoreguidelines-no-malloc)
+    return other;
+}
 
 const Shortcut commandShiftJ(Key::j, eventflags::command | eventflags::shift);
 
@@ -102,11 +77,9 @@ protected:
 
     // The trigger binding, counting what happens in order.
     void bind() {
-        manager = std::make_unique<HotkeyManager>(std::make_shared<FrontmostWorkspace>());
-        manager->registerCallback([this](auto application) {
-            EXPECT_TRUE(application.has_value());
-            happened << QStringLiteral("callback");
-        });
+        // Which application is in front is handed over as in tests/app/HotkeyManagerTest.cpp.
+        manager = std::make_unique<HotkeyManager>(std::make_shared<platform::sim::SimDesktop>());
+        manager->registerCallback([this](auto) { happened << QStringLiteral("callback"); });
         onKeyDown(triggerMendwise(), [this] { happened << QStringLiteral("down"); });
     }
 
@@ -136,8 +109,9 @@ protected:
 
 } // namespace
 
-// The trigger fires once, on the release, however long the combination is held.
-TEST_F(X11Hotkeys, HoldingTheCombinationFiresOnce) {
+// The trigger fires once, on the release, however long the combination is held, and whatever
+// lock keys are on.
+TEST_F(X11Hotkeys, HoldingTheCombinationOrALockKeyFiresOnce) {
     bind();
     EXPECT_GT(hotKeys->grabCount(), 0);
     EXPECT_TRUE(hotKeys->detectableAutoRepeat());
@@ -147,10 +121,7 @@ TEST_F(X11Hotkeys, HoldingTheCombinationFiresOnce) {
     x11test::xdotool({QStringLiteral("keyup"), QStringLiteral("ctrl+shift+j")});
     settle();
     EXPECT_EQ(happened, fired);
-}
 
-TEST_F(X11Hotkeys, LockKeysDoNotChangeTheCombination) {
-    bind();
     for (const char* lock : {"Num_Lock", "Caps_Lock"}) {
         SCOPED_TRACE(lock);
         key(lock);
@@ -176,8 +147,7 @@ TEST_F(X11Hotkeys, ARecordedShortcutReplacesTheOldOneAndDisableEndsIt) {
 }
 
 TEST_F(X11Hotkeys, ACombinationAnotherClientHoldsIsRefused) {
-    OtherClient other;
-    ASSERT_TRUE(other.grab(Key::k, XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT));
+    const Connection other = otherClientGrabbing(Key::k, XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT);
     support::LogCapture log;
     const Name name(QStringLiteral("other"),
                     Shortcut(Key::k, eventflags::command | eventflags::shift));
@@ -197,8 +167,7 @@ TEST_F(X11Hotkeys, ACombinationAnotherClientHoldsIsRefused) {
 
 // The popover tells a trigger another program holds, until a registration holds again.
 TEST_F(X11Hotkeys, ARefusedTriggerShowsInThePopover) {
-    OtherClient other;
-    ASSERT_TRUE(other.grab(Key::j, XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT));
+    const Connection other = otherClientGrabbing(Key::j, XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT);
     bind();
     app::MenuBarView popover({{}, {}, [] { return registrationError(triggerMendwise()); }});
     const auto texts = [&] { return testutil::labelTexts(popover); };
@@ -206,12 +175,12 @@ TEST_F(X11Hotkeys, ARefusedTriggerShowsInThePopover) {
         << texts().join(u'|').toStdString();
     EXPECT_FALSE(texts().contains(QStringLiteral("Ready")));
     setShortcut(Shortcut(Key::k, eventflags::command | eventflags::shift), triggerMendwise());
-    // Its fixed texts and its two commands (tests/e2e/tray.sh clicks them on the real desktop).
+    // Its fixed texts and its two commands (tests/e2e/tray.sh finds it by its size and clicks
+    // them on the real desktop).
     EXPECT_EQ(
         texts(),
         (QStringList{QStringLiteral("Mendwise"), QStringLiteral("Ctrl+Shift+J to fix typos"),
                      QStringLiteral("Ready"), QStringLiteral("Select text and press hotkey")}));
-    EXPECT_EQ(popover.size(), QSize(280, 200));
     EXPECT_NE(testutil::buttonWithText(popover, QStringLiteral("Settings...")), nullptr);
     EXPECT_NE(testutil::buttonWithText(popover, QStringLiteral("Quit Mendwise")), nullptr);
 }
@@ -219,8 +188,7 @@ TEST_F(X11Hotkeys, ARefusedTriggerShowsInThePopover) {
 // While it records, the recorder holds the keyboard: a chord another program has taken reaches
 // it, the "used by the system" alert appears, and forcing it says it could not be registered.
 TEST_F(X11Hotkeys, TheRecorderSeesChordsOtherProgramsHold) {
-    OtherClient other;
-    ASSERT_TRUE(other.grab(Key::t, XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1));
+    const Connection other = otherClientGrabbing(Key::t, XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1);
     QWidget window;
     auto* field = new RecorderField(triggerMendwise(), {}, &window);
     window.resize(300, 80);
@@ -289,8 +257,6 @@ TEST_F(X11Hotkeys, WhileOurWindowHoldsTheKeyboardTheShortcutStillFires) {
 
 TEST_F(X11Hotkeys, LayoutChangesShowInNamesAndKeepTheGrabs) {
     bind();
-    EXPECT_EQ(commandShiftJ.description(), QStringLiteral("⇧⌘J"));
-    EXPECT_EQ(Shortcut(Key::y, eventflags::command).description(), QStringLiteral("⌘Y"));
     setLayout("de");
     EXPECT_EQ(Shortcut(Key::y, eventflags::command).description(), QStringLiteral("⌘Z"));
     // The key left of 1 is a dead circumflex on a German keyboard.

@@ -7,21 +7,16 @@
 #include "ui/KeyHandler.h"
 #include "ui/NativeWindow.h"
 
+#include <QElapsedTimer>
 #include <QLineEdit>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
-#include <xcb/xcb.h>
 
 using namespace std::chrono_literals;
 using x11test::activeWindowId;
 using x11test::xdotool;
 
 namespace {
-
-void key(const char* keys) {
-    xdotool({QStringLiteral("key"), QString::fromLatin1(keys)});
-}
 
 QString xprop(const QString& window, const char* property) {
     return x11test::run(QStringLiteral("xprop"),
@@ -60,8 +55,12 @@ protected:
 
 } // namespace
 
+// Keys go to the panel's onKey, not to the field that has the focus in it (the picker's tests
+// check typing let through and Escape taken from it).
 TEST_F(PanelX11Test, ShownWithoutActivationItStillGetsTheKeys) {
-    ASSERT_TRUE(show(new QWidget));
+    auto* field = new QLineEdit;
+    ASSERT_TRUE(show(field));
+    field->setFocus();
     testutil::processEventsFor(300ms);
     EXPECT_EQ(activeWindowId(), before) << "the user's application stays active";
 
@@ -77,18 +76,34 @@ TEST_F(PanelX11Test, ShownWithoutActivationItStillGetsTheKeys) {
 
     std::vector<std::uint16_t> seen;
     ui::KeyHandler::shared().setOnKey([&seen](std::uint16_t key) { seen.push_back(key); });
-    key("Right");
-    key("Escape");
-    ASSERT_TRUE(testutil::waitUntil([&] { return seen.size() >= 2; }, 3s));
-    EXPECT_EQ(seen, (std::vector<std::uint16_t>{124, 53}));
+    xdotool(QStringLiteral("key Right a Escape"));
+    ASSERT_TRUE(testutil::waitUntil([&] { return seen.size() >= 3; }, 3s));
+    EXPECT_EQ(seen, (std::vector<std::uint16_t>{124, 0, 53}));
+    EXPECT_EQ(field->text(), QString());
 
-    bool hidden = false;
-    panel.hide([&] { hidden = true; });
+    // Hiding lets the keyboard and the keys go at once, then ends once, after the 0.15 s fade,
+    // off screen at full opacity again.
+    ui::KeyHandler::shared().setAllowTyping(true);
+    int completions = 0;
+    QElapsedTimer timer;
+    timer.start();
+    qint64 completedAfter = -1;
+    panel.hide([&] {
+        ++completions;
+        completedAfter = timer.elapsed();
+    });
     EXPECT_FALSE(panel.hasKeyboardGrab()) << "the keyboard is let go before the fade";
-    ASSERT_TRUE(testutil::waitUntil([&] { return hidden; }, 3s));
-    key("Left");
+    EXPECT_FALSE(ui::KeyHandler::shared().onKey());
+    EXPECT_FALSE(ui::KeyHandler::shared().allowTyping());
+    EXPECT_TRUE(panel.isVisible()) << "still fading";
+    ASSERT_TRUE(testutil::waitUntil([&] { return completions > 0; }, 3s));
+    xdotool(QStringLiteral("key Left"));
     testutil::processEventsFor(200ms);
-    EXPECT_EQ(seen.size(), 2U) << "no keys once hidden";
+    EXPECT_EQ(seen.size(), 3U) << "no keys once hidden";
+    EXPECT_EQ(completions, 1);
+    EXPECT_GE(completedAfter, 100);
+    EXPECT_FALSE(panel.isVisible());
+    EXPECT_DOUBLE_EQ(panel.windowOpacity(), 1.0);
     EXPECT_EQ(activeWindowId(), before);
 }
 
@@ -106,14 +121,13 @@ TEST_F(PanelX11Test, ThePickerTakesKeysAndTypingThroughTheGrab) {
     EXPECT_TRUE(panel.mask().contains(picker->buttonCenter(1)));
     EXPECT_FALSE(panel.mask().contains(QPoint(5, 5)));
 
-    key("Right");
-    key("Return");
+    xdotool(QStringLiteral("key Right Return"));
     ASSERT_TRUE(testutil::waitUntil([&] { return picker->focused(); }, 3s));
     xdotool({QStringLiteral("type"), QStringLiteral("be brief")});
     ASSERT_TRUE(
         testutil::waitUntil([&] { return picker->prompt() == QStringLiteral("be brief"); }, 3s))
         << picker->prompt().toStdString();
-    key("Return");
+    xdotool(QStringLiteral("key Return"));
     ASSERT_TRUE(testutil::waitUntil([&] { return !prompts.isEmpty(); }, 3s));
     EXPECT_EQ(prompts, QStringList{QStringLiteral("be brief")});
     EXPECT_EQ(fixes, 0);
@@ -128,29 +142,20 @@ TEST_F(PanelX11Test, AClickElsewhereAsksThePanelToGo) {
     ASSERT_TRUE(show(new QWidget));
     testutil::processEventsFor(200ms);
     EXPECT_EQ(dismissals, 0) << "showing it is no reason to go";
-    xdotool({QStringLiteral("mousemove"), QStringLiteral("30"), QStringLiteral("30"),
-             QStringLiteral("click"), QStringLiteral("1")});
+    xdotool(QStringLiteral("mousemove 30 30 click 1"));
     EXPECT_TRUE(testutil::waitUntil([&] { return dismissals > 0; }, 3s));
 }
 
 // Another program holds the keyboard: the panel gives up after its retries and says so.
 TEST_F(PanelX11Test, AKeyboardHeldElsewhereIsReported) {
-    int screen = 0;
-    xcb_connection_t* other = xcb_connect(nullptr, &screen);
-    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(other)).data->root;
-    xcb_grab_keyboard_reply_t* grab =
-        xcb_grab_keyboard_reply(other,
-                                xcb_grab_keyboard(other, 0, root, XCB_CURRENT_TIME,
-                                                  XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC),
-                                nullptr);
-    ASSERT_TRUE(grab && grab->status == XCB_GRAB_STATUS_SUCCESS);
-    std::free(grab); // NOLINT(cppcoreguidelines-no-malloc)
+    // The block holds the keyboard through a connection of its own, as another program would.
+    const auto other = ui::native::KeyboardBlock::start();
+    ASSERT_NE(other, nullptr);
 
     bool failed = false;
     QObject::connect(&panel, &ui::FloatingPanel::keyboardGrabFailed, [&] { failed = true; });
     EXPECT_FALSE(show(new QWidget));
     EXPECT_TRUE(testutil::waitUntil([&] { return failed; }, 1s));
-    xcb_disconnect(other);
 }
 
 // While a rewrite runs, the keys the user types reach no application.

@@ -95,8 +95,17 @@ TEST_F(RecorderTest, AClickStartsRecording) {
     EXPECT_EQ(field()->sizeHint().width(), 130);
 }
 
+// Keys without Control, Alt or Super are refused with a beep; a shortcut is stored, shown,
+// reported and ends recording.
 TEST_F(RecorderTest, AShortcutIsStoredShownReportedAndEndsRecording) {
     startRecording();
+    QTest::keyClick(field(), Qt::Key_J);
+    QTest::keyClick(field(), Qt::Key_J, Qt::ShiftModifier);
+    QTest::keyClick(field(), Qt::Key_Return);
+    QTest::keyClick(field(), Qt::Key_Left);
+    EXPECT_EQ(beeps, 4);
+    EXPECT_TRUE(field()->isRecording());
+    EXPECT_EQ(field()->text(), QString()) << "no key is typed into the field";
     QTest::keyClick(field(), Qt::Key_J, Qt::ControlModifier | Qt::ShiftModifier);
     EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":38,\"carbonModifiers\":768}"));
     EXPECT_EQ(field()->text(), QStringLiteral("Ctrl+Shift+J"));
@@ -120,58 +129,39 @@ TEST_F(RecorderTest, AShortcutIsStoredShownReportedAndEndsRecording) {
                   QStringLiteral(R"({"carbonKeyCode":%1,"carbonModifiers":0})").arg(code));
         EXPECT_EQ(field()->text(), QString::fromLatin1(text));
     }
-    EXPECT_EQ(beeps, 0);
+    EXPECT_EQ(beeps, 4);
     EXPECT_EQ(changes.size(), 3);
 }
 
-TEST_F(RecorderTest, KeysWithoutControlOptionOrCommandAreRefusedWithABeep) {
-    startRecording();
-    QTest::keyClick(field(), Qt::Key_J);
-    QTest::keyClick(field(), Qt::Key_J, Qt::ShiftModifier);
-    QTest::keyClick(field(), Qt::Key_Return);
-    QTest::keyClick(field(), Qt::Key_Left);
-    EXPECT_EQ(beeps, 4);
-    EXPECT_TRUE(field()->isRecording());
-    EXPECT_TRUE(changes.isEmpty());
-    EXPECT_EQ(stored(), QString());
-    EXPECT_EQ(field()->text(), QString()) << "no key is typed into the field";
-}
-
-// Escape and Tab end recording and keep the shortcut; Tab still moves the focus on.
-TEST_F(RecorderTest, EscapeOrTabEndsRecordingAndKeepsTheShortcut) {
-    Hotkeys::setShortcut(commandShiftJ, name);
-    EXPECT_EQ(field()->text(), QStringLiteral("Ctrl+Shift+J")) << "follows the stored shortcut";
-    for (const Qt::Key key : {Qt::Key_Escape, Qt::Key_Tab}) {
-        startRecording();
-        QTest::keyClick(field(), key);
-        EXPECT_FALSE(field()->isRecording());
-        EXPECT_FALSE(field()->hasFocus());
-        if (key == Qt::Key_Tab) {
-            EXPECT_TRUE(after->hasFocus());
-        }
-    }
-    EXPECT_EQ(Hotkeys::shortcut(name), std::optional<Shortcut>(commandShiftJ));
-    EXPECT_TRUE(changes.isEmpty());
-    EXPECT_EQ(beeps, 0);
-}
-
-TEST_F(RecorderTest, DeleteOrBackspaceClearsTheShortcutAndRecordsAgain) {
-    for (Qt::Key key : {Qt::Key_Backspace, Qt::Key_Delete}) {
-        SCOPED_TRACE(key);
+// Escape and Tab end recording and keep the shortcut; Delete and
+// Backspace clear it (a name without default keeps no entry) and recording goes on.
+TEST_F(RecorderTest, EscapeOrTabEndsRecordingDeleteOrBackspaceClears) {
+    const struct {
+        Qt::Key key;
+        bool clears;
+    } cases[] = {{Qt::Key_Escape, false},
+                 {Qt::Key_Tab, false},
+                 {Qt::Key_Backspace, true},
+                 {Qt::Key_Delete, true}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.key);
         Hotkeys::setShortcut(commandShiftJ, name);
+        EXPECT_EQ(field()->text(), QStringLiteral("Ctrl+Shift+J")) << "follows the stored shortcut";
         changes.clear();
         startRecording();
-        statuses.clear();
-        QTest::keyClick(field(), key);
-        EXPECT_EQ(Hotkeys::shortcut(name), std::nullopt);
-        EXPECT_FALSE(store().contains(QStringLiteral("Hotkeys_test")))
-            << "a name without default keeps no entry";
-        EXPECT_EQ(changes, QList<std::optional<Shortcut>>{std::nullopt});
-        EXPECT_EQ(field()->text(), QString());
-        EXPECT_TRUE(field()->isRecording()) << "recording goes on at once";
-        EXPECT_FALSE(hotKeys->isRegistered(38, 0x300));
-        QTest::keyClick(field(), Qt::Key_Escape);
+        QTest::keyClick(field(), c.key);
+        EXPECT_EQ(field()->isRecording(), c.clears);
+        EXPECT_EQ(field()->hasFocus(), c.clears);
+        EXPECT_TRUE(c.key != Qt::Key_Tab || after->hasFocus()) << "Tab moves the focus on";
+        EXPECT_EQ(Hotkeys::shortcut(name), c.clears ? std::nullopt : std::optional(commandShiftJ));
+        EXPECT_EQ(store().contains(QStringLiteral("Hotkeys_test")), !c.clears);
+        EXPECT_EQ(changes.size(), c.clears ? 1 : 0);
+        EXPECT_EQ(field()->text(), c.clears ? QString() : QStringLiteral("Ctrl+Shift+J"));
+        EXPECT_EQ(hotKeys->isRegistered(38, 0x300), !c.clears);
+        if (c.clears)
+            QTest::keyClick(field(), Qt::Key_Escape);
     }
+    EXPECT_EQ(beeps, 0);
 }
 
 TEST_F(RecorderTest, AClickJustOutsideIsToleratedAndOneFurtherOutEndsRecording) {
@@ -184,28 +174,6 @@ TEST_F(RecorderTest, AClickJustOutsideIsToleratedAndOneFurtherOutEndsRecording) 
     QTest::mouseClick(&window, Qt::LeftButton, {},
                       field()->parentWidget()->mapTo(&window, right + QPoint(4, 0)));
     EXPECT_FALSE(field()->isRecording()) << "4 points outside";
-}
-
-TEST_F(RecorderTest, AShortcutOfAMenuItemIsRefusedWithAnAlert) {
-    QMainWindow mainWindow;
-    QMenu* file = mainWindow.menuBar()->addMenu(QStringLiteral("&File"));
-    QAction* quit = file->addAction(QStringLiteral("&Quit"));
-    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
-    int quits = 0;
-    QObject::connect(quit, &QAction::triggered, [&] { ++quits; });
-
-    startRecording();
-    const AlertAnswerer alerts(QStringLiteral("OK"));
-    QTest::keyClick(field(), Qt::Key_Q, Qt::ControlModifier);
-    EXPECT_EQ(alerts.texts,
-              QStringList{QStringLiteral("This keyboard shortcut cannot be used as it's already "
-                                         "used by the “Quit” menu item.")});
-    EXPECT_EQ(alerts.buttons, QStringList{QStringLiteral("OK")});
-    EXPECT_EQ(stored(), QString());
-    EXPECT_TRUE(changes.isEmpty());
-    EXPECT_EQ(quits, 0) << "the menu item does not run";
-    EXPECT_TRUE(testutil::waitUntil([&] { return field()->isRecording(); }, 2s))
-        << "recording starts again once the window is active again";
 }
 
 TEST_F(RecorderTest, OptionAloneIsRefusedInASandboxOnlyOnMacOS15Point0And15Point1) {
@@ -242,17 +210,38 @@ TEST_F(RecorderTest, OptionAloneIsRefusedInASandboxOnlyOnMacOS15Point0And15Point
     EXPECT_EQ(stored(), QStringLiteral("{\"carbonKeyCode\":0,\"carbonModifiers\":2048}"));
 }
 
-TEST_F(RecorderTest, ASystemShortcutIsStoredOnlyWithTheSecondButton) {
+// A menu item's shortcut is refused, without running the item; a system-wide one is stored only
+// with the alert's second button.
+TEST_F(RecorderTest, MenuItemAndSystemShortcutsAreRefusedWithAnAlert) {
+    QMainWindow mainWindow;
+    QMenu* file = mainWindow.menuBar()->addMenu(QStringLiteral("&File"));
+    QAction* quit = file->addAction(QStringLiteral("&Quit"));
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    int quits = 0;
+    QObject::connect(quit, &QAction::triggered, [&] { ++quits; });
     // Command+Option+T reserved by the system.
     hotKeys->setSymbolicHotKeys({{true, 17, 0x900}});
+
     startRecording();
     AlertAnswerer alerts(QStringLiteral("OK"));
+    QTest::keyClick(field(), Qt::Key_Q, Qt::ControlModifier);
+    EXPECT_EQ(alerts.buttons, QStringList{QStringLiteral("OK")});
+    EXPECT_EQ(quits, 0) << "the menu item does not run";
+    ASSERT_TRUE(testutil::waitUntil([&] { return field()->isRecording(); }, 2s))
+        << "recording starts again once the window is active again";
     QTest::keyClick(field(), Qt::Key_T, Qt::ControlModifier | Qt::AltModifier);
     EXPECT_EQ(alerts.texts,
-              QStringList{QStringLiteral("This keyboard shortcut cannot be used as it's already a "
-                                         "system-wide keyboard shortcut.")});
-    EXPECT_EQ(alerts.buttons.size(), 2);
+              (QStringList{QStringLiteral("This keyboard shortcut cannot be used as it's already "
+                                          "used by the “Quit” menu item."),
+                           QStringLiteral("This keyboard shortcut cannot be used as it's already a "
+                                          "system-wide keyboard shortcut.")}));
+    EXPECT_EQ(alerts.details.value(1),
+              QStringLiteral("Most system-wide keyboard shortcuts can be changed in the keyboard "
+                             "settings of your desktop or window manager."));
+    EXPECT_EQ(alerts.buttons,
+              (QStringList{QStringLiteral("OK"), QStringLiteral("Use Shortcut Anyway")}));
     EXPECT_EQ(stored(), QString());
+    EXPECT_TRUE(changes.isEmpty());
     ASSERT_TRUE(testutil::waitUntil([&] { return field()->isRecording(); }, 2s));
 
     alerts.answer = QStringLiteral("Use Shortcut Anyway");
@@ -265,9 +254,7 @@ TEST_F(RecorderTest, ASystemShortcutIsStoredOnlyWithTheSecondButton) {
 TEST_F(RecorderTest, TheWindowOpeningOrBecomingActiveDoesNotStartRecording) {
     // A window whose only focusable control is the recorder.
     QWidget alone;
-    auto* layoutAlone = new QVBoxLayout(&alone);
-    auto* only = new Hotkeys::Recorder(name);
-    layoutAlone->addWidget(only);
+    auto* only = new Hotkeys::Recorder(name, {}, &alone);
     alone.show();
     alone.activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(&alone));

@@ -98,8 +98,8 @@ TEST_F(SettingsViewTest, TheShortcutRowHoldsTheTriggersRecorderIdleUntilClicked)
 }
 
 // Save is enabled only while the field differs from the stored key, which the field starts
-// from each time the tab opens.
-TEST_F(SettingsViewTest, SaveFollowsTheDifferenceFromTheStoredKey) {
+// from each time the tab opens; it stores the key as typed and says so for 1.5 s.
+TEST_F(SettingsViewTest, SaveFollowsTheStoredKeyStoresItAsTypedAndSaysSaved) {
     EXPECT_EQ(keyField().text(), QString());
     EXPECT_FALSE(save().isEnabled());
     QTest::keyClick(&keyField(), Qt::Key_K);
@@ -113,18 +113,13 @@ TEST_F(SettingsViewTest, SaveFollowsTheDifferenceFromTheStoredKey) {
     view->setCurrentTab(1);
     EXPECT_EQ(keyField().text(), QStringLiteral("stored-elsewhere"));
     EXPECT_FALSE(save().isEnabled());
-}
 
-TEST_F(SettingsViewTest, SaveStoresTheKeyAsTypedAndSaysSavedForOneAndAHalfSeconds) {
+    keyField().clear();
     QTest::keyClicks(&keyField(), QStringLiteral("  sk-ant-key "));
     QElapsedTimer timer;
     timer.start();
     QTest::mouseClick(&save(), Qt::LeftButton);
     EXPECT_EQ(settings.apiKey(), QStringLiteral("  sk-ant-key ")) << "stored untrimmed";
-    EXPECT_EQ(QSettings(home.filePath(QStringLiteral("settings.ini")), QSettings::IniFormat)
-                  .value(AppSettings::apiKeyKey)
-                  .toString(),
-              QStringLiteral("  sk-ant-key "));
     EXPECT_EQ(save().text(), QStringLiteral("Saved!"));
     EXPECT_FALSE(save().isEnabled());
 
@@ -141,9 +136,7 @@ TEST_F(SettingsViewTest, TheEyeSwitchesBetweenMaskedAndClearWithoutTouchingTheTe
     QTest::keyClicks(&keyField(), QStringLiteral("secret"));
     EXPECT_EQ(keyField().echoMode(), QLineEdit::Password);
     QTest::mouseClick(ai().eyeButton(), Qt::LeftButton);
-    EXPECT_TRUE(ai().showingAPIKey());
     EXPECT_EQ(keyField().echoMode(), QLineEdit::Normal);
-    EXPECT_EQ(keyField().text(), QStringLiteral("secret"));
     QTest::mouseClick(ai().eyeButton(), Qt::LeftButton);
     EXPECT_EQ(keyField().echoMode(), QLineEdit::Password);
     EXPECT_EQ(keyField().text(), QStringLiteral("secret"));
@@ -258,5 +251,5 @@ TEST_F(SettingsViewTest, TheKeystrokeProblemShowsWithItsAllowButtonUntilCleared)
     EXPECT_EQ(retries, 1);
     general.setKeystrokeProblem({}, {});
     EXPECT_FALSE(allow->isVisible());
-    EXPECT_TRUE(general.keystrokeProblem().isEmpty());
+    EXPECT_FALSE(testutil::labelTexts(general).contains(QStringLiteral("Mendwise may not type")));
 }
