@@ -292,19 +292,4 @@ CGEventFlags eventFlagsFromQt(Qt::KeyboardModifiers modifiers) {
     return flags;
 }
 
-Qt::KeyboardModifiers qtModifiersFromEventFlags(CGEventFlags flags) {
-    Qt::KeyboardModifiers modifiers;
-    if (flags & eventflags::command)
-        modifiers |= Qt::ControlModifier;
-    if (flags & eventflags::control)
-        modifiers |= Qt::MetaModifier;
-    if (flags & eventflags::option)
-        modifiers |= Qt::AltModifier;
-    if (flags & eventflags::shift)
-        modifiers |= Qt::ShiftModifier;
-    if (flags & eventflags::numericPad)
-        modifiers |= Qt::KeypadModifier;
-    return modifiers;
-}
-
 } // namespace platform

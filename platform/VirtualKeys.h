@@ -31,6 +31,5 @@ std::optional<std::uint16_t> virtualKeyFromQt(int qtKey, Qt::KeyboardModifiers m
 
 // Event modifier flags for Qt's modifier state (keypad keys carry the numeric-pad flag).
 CGEventFlags eventFlagsFromQt(Qt::KeyboardModifiers modifiers);
-Qt::KeyboardModifiers qtModifiersFromEventFlags(CGEventFlags flags);
 
 } // namespace platform
