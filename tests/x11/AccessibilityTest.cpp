@@ -18,7 +18,8 @@ using freedesktop::AtspiAccessibility;
 namespace {
 
 const QString sampleText = QStringLiteral("The quick brown fox jumps over the lazy dog\n"
-                                          "and the second line follows here");
+                                          "and the second line follows here, with words "
+                                          "enough to pass a hundred");
 
 bool inside(const Rect& inner, const Rect& outer) {
     return inner.minX() >= outer.minX() && inner.maxX() <= outer.maxX() &&
@@ -81,6 +82,13 @@ TEST_F(AccessibilityTest, QtTextWidgetsGiveTheRangeAndTheBoxAroundIt) {
         // The box is the range's, not the line's.
         EXPECT_GT(selection->width, 20);
         EXPECT_LE(before->maxX(), selection->minX() + 1);
+        // A range of over a hundred characters is placed by its two ends: it holds both.
+        const auto length = static_cast<std::int64_t>(sampleText.size());
+        const auto whole = bounds(CFRange{0, length});
+        const auto last = bounds(CFRange{length - 1, 1});
+        ASSERT_TRUE(whole && last);
+        EXPECT_TRUE(inside(*before, *whole) && inside(*last, *whole))
+            << ::testing::PrintToString(*whole) << " " << ::testing::PrintToString(*last);
     }
     auto field = x11test::startQtTextApp(QStringLiteral("The quick brown fox"), 4, 11, true);
     ASSERT_NE(field, nullptr);
