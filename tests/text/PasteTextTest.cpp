@@ -1,11 +1,9 @@
 #include "support/Error.h"
 #include "tests/text/TextExchangeFixture.h"
-#include "text/TextSelectionError.h"
 
 #include <QStringList>
 #include <gmock/gmock.h>
 #include <stop_token>
-#include <thread>
 
 using namespace std::chrono_literals;
 using testing::IsEmpty;
@@ -162,16 +160,11 @@ TEST_F(TextExchangeTest, WithoutKeystrokesTheAnswerTakesTheRoadThatIsLeft) {
         TextSelectionService roads{wayland, wayland, wayland, wayland,
                                    TextSelectionService::PasteRoad::accessibilityFirst};
         logs.clear();
-        bool leftOnClipboard = false;
-        try {
-            inBackground([&] { roads.pasteText(QStringLiteral("world"), {}); });
-        } catch (const TextSelectionError& error) {
-            leftOnClipboard = error.errorCase() == TextSelectionError::answerOnClipboard;
-        }
+        const auto failure = failureOf([&] { roads.pasteText(QStringLiteral("world"), {}); });
         SCOPED_TRACE(c.road.toStdString());
         EXPECT_TRUE(logs.records().contains(tag + c.road));
         EXPECT_EQ(wayland.text(editorPid), c.textAfter);
-        EXPECT_EQ(leftOnClipboard, c.leftOnClipboard);
+        EXPECT_EQ(failure == TextSelectionError::answerOnClipboard, c.leftOnClipboard);
         EXPECT_EQ(wayland.string(), QStringLiteral("world"));
         EXPECT_EQ(wayland.postedEvents().empty(), c.editable || !c.keystrokes);
     }

@@ -3,6 +3,7 @@
 #include "platform/sim/SimDesktop.h"
 #include "support/Log.h"
 #include "tests/common/TestUtil.h"
+#include "text/TextSelectionError.h"
 #include "text/TextSelectionService.h"
 
 #include <chrono>
@@ -32,6 +33,16 @@ protected:
     // its result (or rethrows what it threw).
     template <typename Work> static auto inBackground(Work work) {
         return std::async(std::launch::async, std::move(work)).get();
+    }
+
+    // The case `work` failed with, run as above; none when it succeeded.
+    template <typename Work> static std::optional<TextSelectionError::Case> failureOf(Work work) {
+        try {
+            inBackground(std::move(work));
+        } catch (const TextSelectionError& error) {
+            return error.errorCase();
+        }
+        return std::nullopt;
     }
 
     static QString separator() {
