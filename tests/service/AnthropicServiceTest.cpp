@@ -303,16 +303,16 @@ TEST_F(AnthropicServiceTest, TlsPeerIsVerified) {
     const QString key = tlsDir.filePath(QStringLiteral("key.pem"));
     const auto keygen = testutil::ChildProcess::run(
         QStringLiteral("openssl"),
-        {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
-         QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-days"),
-         QStringLiteral("1"), QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1"),
-         QStringLiteral("-addext"), QStringLiteral("subjectAltName=IP:127.0.0.1"),
-         QStringLiteral("-keyout"), key, QStringLiteral("-out"), cert});
+        QStringLiteral("req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=127.0.0.1 -addext "
+                       "subjectAltName=IP:127.0.0.1 -keyout %1 -out %2")
+            .arg(key, cert)
+            .split(u' '));
     ASSERT_EQ(keygen.exitCode, 0) << keygen.err.constData();
-    testutil::ChildProcess tlsServer(QStringLiteral("openssl"),
-                                     {QStringLiteral("s_server"), QStringLiteral("-accept"),
-                                      QStringLiteral("127.0.0.1:0"), QStringLiteral("-cert"), cert,
-                                      QStringLiteral("-key"), key, QStringLiteral("-www")});
+    testutil::ChildProcess tlsServer(
+        QStringLiteral("openssl"),
+        QStringLiteral("s_server -www -accept 127.0.0.1:0 -cert %1 -key %2")
+            .arg(cert, key)
+            .split(u' '));
     QString port;
     const QRegularExpression accept(QStringLiteral("ACCEPT 127\\.0\\.0\\.1:(\\d+)"));
     ASSERT_TRUE(tlsServer.waitForOutput([&](const QByteArray& out) {
