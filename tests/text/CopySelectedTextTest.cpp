@@ -86,19 +86,8 @@ TEST_F(TextExchangeTest, EmptyAccessibilityTextFallsBackToSyntheticCopy) {
             tag + QStringLiteral("✅ copySelectedText SUCCESS — 5 chars"),
             separator(),
         }));
-    // Command+C went to the source application's process: down then up, Command alone,
-    // from a hardware-state source.
-    const auto events = desktop.postedEvents();
-    ASSERT_EQ(events.size(), 2U);
-    for (const auto& event : events) {
-        EXPECT_EQ(event.virtualKey, 8);
-        EXPECT_EQ(event.flags, 0x100000U);
-        EXPECT_EQ(event.targetPid, editorPid);
-        EXPECT_EQ(event.tap, std::nullopt);
-        EXPECT_EQ(event.sourceState, 1);
-    }
-    EXPECT_TRUE(events[0].keyDown);
-    EXPECT_FALSE(events[1].keyDown);
+    // Command+C went to the source application's process.
+    expectCommandChord(8 /* C */, editorPid, editorPid);
     // The copied selection stays on the pasteboard, as plain text only.
     EXPECT_EQ(desktop.string(), QStringLiteral("world"));
 }
@@ -176,13 +165,7 @@ TEST_F(TextExchangeTest, WithoutSourceApplicationTheCopyGoesThroughTheEventTap) 
     // Only the trust test touched the accessibility interface.
     for (const auto& call : desktop.accessibilityCalls())
         EXPECT_FALSE(call.touchesApplication()) << call.toString().toStdString();
-    const auto events = desktop.postedEvents();
-    ASSERT_EQ(events.size(), 2U);
-    for (const auto& event : events) {
-        EXPECT_EQ(event.tap, 0);
-        EXPECT_EQ(event.targetPid, std::nullopt);
-        EXPECT_EQ(event.deliveredTo, editorPid);
-    }
+    expectCommandChord(8 /* C */, std::nullopt, editorPid);
 
     // A source application without a bundle identifier reads as missing too.
     logs.clear();

@@ -45,6 +45,25 @@ protected:
         return std::nullopt;
     }
 
+    // The two events of a Command chord sent since the last clear: down then up, Command alone,
+    // from a hardware-state source, to `target` (through the event tap when none) and received
+    // by `receiver`.
+    void expectCommandChord(std::uint16_t key, std::optional<std::int32_t> target,
+                            std::optional<std::int32_t> receiver) const {
+        const auto events = desktop.postedEvents();
+        ASSERT_EQ(events.size(), 2U);
+        EXPECT_TRUE(events[0].keyDown);
+        EXPECT_FALSE(events[1].keyDown);
+        for (const auto& event : events) {
+            EXPECT_EQ(event.virtualKey, key);
+            EXPECT_EQ(event.flags, platform::eventflags::command);
+            EXPECT_EQ(event.targetPid, target);
+            EXPECT_EQ(event.tap, target ? std::nullopt : std::optional(0));
+            EXPECT_EQ(event.sourceState, 1);
+            EXPECT_EQ(event.deliveredTo, receiver);
+        }
+    }
+
     static QString separator() {
         return QStringLiteral("[TextSelectionService] ") + QString(33, QChar(0x2500));
     }
