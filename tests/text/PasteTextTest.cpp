@@ -121,15 +121,11 @@ TEST_F(TextExchangeTest, WithoutKeystrokesTheAnswerTakesTheRoadThatIsLeft) {
         QString textAfter;
         bool leftOnClipboard;
     };
+    const QString replaced = QStringLiteral("🛣 Paste road: accessibility — the selection of "
+                                            "org.example.editor was replaced directly");
     const Case cases[] = {
-        {true, false,
-         QStringLiteral("🛣 Paste road: accessibility — the selection of "
-                        "org.example.editor was replaced directly"),
-         QStringLiteral("Hello world!"), false},
-        {true, true,
-         QStringLiteral("🛣 Paste road: accessibility — the selection of "
-                        "org.example.editor was replaced directly"),
-         QStringLiteral("Hello world!"), false},
+        {true, false, replaced, QStringLiteral("Hello world!"), false},
+        {true, true, replaced, QStringLiteral("Hello world!"), false},
         {false, true, QStringLiteral("🛣 Paste road: keystroke"), QStringLiteral("Hello world!"),
          false},
         {false, false,
