@@ -209,11 +209,13 @@ TEST(AnthropicServiceAnswers, EveryResponseReadsAsItsAnswerOrItsError) {
     }
 }
 
-TEST_F(AnthropicServiceTest, KeyIsTrimmedAndABlankKeySendsNothing) {
+// One service throughout: the key and the model are read at each request.
+TEST_F(AnthropicServiceTest, SettingsAreReadAtEachRequestTheKeyTrimmedABlankOneSendsNothing) {
+    const AnthropicService service = client();
     for (const QString& blank : {QString(), QStringLiteral("   \n\t \r\n  ")}) {
         log_.clear();
         settings_.setApiKey(blank);
-        const auto error = caught<AnthropicService::Err>(request());
+        const auto error = caught<AnthropicService::Err>(request(&service));
         EXPECT_EQ(error.kind(), AnthropicService::Err::Case::noKey);
         EXPECT_EQ(error.errorDescription(), QStringLiteral("No API key"));
         EXPECT_EQ(log_.records(), QStringList{QStringLiteral("❌ [API] No API key configured")});
@@ -222,33 +224,22 @@ TEST_F(AnthropicServiceTest, KeyIsTrimmedAndABlankKeySendsNothing) {
 
     log_.clear();
     settings_.setApiKey(QStringLiteral("  \n sk-ant-trimmed-key \t "));
+    settings_.setSelectedModel(ClaudeModel::opus);
     server_.enqueue(HttpResponse::messagesAnswer(QStringLiteral("ok")));
-    EXPECT_EQ(client().rewrite(QStringLiteral("x"), QStringLiteral("y")), QStringLiteral("ok"));
-    EXPECT_EQ(server_.requests().at(0).header("x-api-key"), "sk-ant-trimmed-key");
-    EXPECT_EQ(log_.records().at(1), QStringLiteral("   Key: sk-ant-tri...*** (18 chars)"));
+    EXPECT_EQ(service.rewrite(QStringLiteral("x"), QStringLiteral("y")), QStringLiteral("ok"));
+    const HttpRequest sent = server_.requests().at(0);
+    EXPECT_EQ(sent.header("x-api-key"), "sk-ant-trimmed-key");
+    EXPECT_TRUE(sent.body.contains("\"model\":\"claude-opus-4-6\""));
+    EXPECT_EQ(log_.records().mid(1, 2),
+              (QStringList{QStringLiteral("   Key: sk-ant-tri...*** (18 chars)"),
+                           QStringLiteral("   Model: Opus 4.6 (claude-opus-4-6)")}));
     EXPECT_EQ(settings_.apiKey(), QStringLiteral("  \n sk-ant-trimmed-key \t ")); // stored as is
 
     // A key with a line break inside cannot become a header; nothing is sent.
     settings_.setApiKey(QStringLiteral("sk-ant\r\nX-Injected: 1"));
-    const auto error = caught<service::TransportError>(request());
+    const auto error = caught<service::TransportError>(request(&service));
     EXPECT_FALSE(error.errorDescription().isEmpty());
     EXPECT_EQ(server_.connectionCount(), 1);
-}
-
-TEST_F(AnthropicServiceTest, SettingsAreReadAtEachRequest) {
-    server_.setHandler(
-        [](const HttpRequest&) { return HttpResponse::messagesAnswer(QStringLiteral("ok")); });
-    const AnthropicService service = client();
-    (void)service.rewrite(QStringLiteral("x"), QStringLiteral("y"));
-    settings_.setSelectedModel(ClaudeModel::opus);
-    settings_.setApiKey(QStringLiteral("sk-ant-second"));
-    (void)service.rewrite(QStringLiteral("x"), QStringLiteral("y"));
-    const auto requests = server_.requests();
-    ASSERT_EQ(requests.size(), 2U);
-    EXPECT_TRUE(requests[0].body.contains("\"model\":\"claude-haiku-4-5\""));
-    EXPECT_TRUE(requests[1].body.contains("\"model\":\"claude-opus-4-6\""));
-    EXPECT_EQ(requests[1].header("x-api-key"), "sk-ant-second");
-    EXPECT_TRUE(log_.contains(QStringLiteral("   Model: Opus 4.6 (claude-opus-4-6)")));
 }
 
 TEST_F(AnthropicServiceTest, IdleTimeoutEndsASilentExchangeButNotASlowSteadyOne) {
