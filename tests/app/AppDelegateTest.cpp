@@ -23,7 +23,6 @@
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QLineEdit>
 #include <QSettings>
 #include <QSystemTrayIcon>
@@ -68,12 +67,11 @@ protected:
         QApplication::processEvents();
     }
 
-    app::AppDelegate& launch(const QString& programPath = QStringLiteral("/usr/bin/mendwise")) {
+    void launch() {
         delegate = std::make_unique<app::AppDelegate>(
             app::Desktop{desktop, desktop, desktop, desktop, desktop}, *settings,
-            app::AppDelegate::Options{programPath, QUrl(server.url())});
+            app::AppDelegate::Options{QStringLiteral("/usr/bin/mendwise"), QUrl(server.url())});
         delegate->applicationDidFinishLaunching();
-        return *delegate;
     }
 
     // Presses and releases the trigger; returns once the picker is on screen.
@@ -89,14 +87,9 @@ protected:
                   : nullptr;
     }
 
+    // The instruction the request with this index carried (the request must have arrived).
     QString systemOfRequest(std::size_t index) const {
-        const auto requests = server.requests();
-        if (index >= requests.size())
-            return QStringLiteral("<no request>");
-        return QJsonDocument::fromJson(requests[index].body)
-            .object()
-            .value(QStringLiteral("system"))
-            .toString();
+        return QJsonDocument::fromJson(server.requests().at(index).body)["system"].toString();
     }
 
     // Where the panel is, as the global frame (origin bottom-left) it was shown at.
@@ -208,7 +201,7 @@ TEST_F(AppDelegateTest, TheTrayIconFollowsItsSwitchAndAutoFixRunsAtTheTrigger) {
     ui::ActionPickerView* picker = trigger();
     ASSERT_NE(picker, nullptr);
     EXPECT_NE(picker->phase(), ui::ActionPickerView::Phase::picker()) << "opens working";
-    EXPECT_TRUE(waitUntil([&] { return server.requests().size() == 1; }));
+    ASSERT_TRUE(waitUntil([&] { return server.requests().size() == 1; }));
     EXPECT_EQ(systemOfRequest(0), AppSettings::defaultSystemPrompt);
 }
 

@@ -14,26 +14,17 @@ TEST(DisplayCheck, PrefersNativeWaylandAndNamesWhatIsWrong) {
         Outcome outcome;
         QString inMessage; // empty: no message at all
     };
+    const QHash<QString, QString> x11{{"DISPLAY", ":0"}};
+    const QHash<QString, QString> wayland{{"WAYLAND_DISPLAY", "wayland-0"}};
+    const QHash<QString, QString> both{{"DISPLAY", ":0"}, {"WAYLAND_DISPLAY", "wayland-0"}};
     const Case cases[] = {
-        {{{"DISPLAY", ":0"}}, true, true, Outcome::x11, {}},
-        {{{"WAYLAND_DISPLAY", "wayland-0"}}, false, true, Outcome::wayland, {}},
-        {{{"DISPLAY", ":0"}, {"WAYLAND_DISPLAY", "wayland-0"}}, true, true, Outcome::wayland, {}},
-        {{{"DISPLAY", ":0"}, {"WAYLAND_DISPLAY", "wayland-0"}},
-         true,
-         false,
-         Outcome::x11,
-         QStringLiteral("X11 applications only")},
-        {{{"WAYLAND_DISPLAY", "wayland-9"}},
-         true,
-         false,
-         Outcome::unavailable,
-         QStringLiteral("\"wayland-9\"")},
-        {{},
-         true,
-         true,
-         Outcome::unavailable,
-         QStringLiteral("neither WAYLAND_DISPLAY nor DISPLAY")},
-        {{{"DISPLAY", ":7"}}, false, true, Outcome::unavailable, QStringLiteral("\":7\"")},
+        {x11, true, true, Outcome::x11, {}},
+        {wayland, false, true, Outcome::wayland, {}},
+        {both, true, true, Outcome::wayland, {}},
+        {both, true, false, Outcome::x11, "X11 applications only"},
+        {{{"WAYLAND_DISPLAY", "wayland-9"}}, true, false, Outcome::unavailable, "\"wayland-9\""},
+        {{}, true, true, Outcome::unavailable, "neither WAYLAND_DISPLAY nor DISPLAY"},
+        {{{"DISPLAY", ":7"}}, false, true, Outcome::unavailable, "\":7\""},
     };
     for (const Case& c : cases) {
         const auto result = app::checkDisplay(

@@ -22,8 +22,9 @@ public:
         QByteArray err;        // standard error
     };
 
-    // Starts `program` (looked up in PATH) with the test's environment; its standard input,
-    // output and error are pipes. Ignores SIGPIPE in the test program from then on.
+    // Starts `program` (looked up in PATH) with the test's environment. Its standard input is a
+    // pipe, its output and error go to files in memory, so it never waits for the test to read.
+    // Ignores SIGPIPE in the test program from then on.
     ChildProcess(const QString& program, const QStringList& arguments);
     // Kills the child if it still runs, and reaps it.
     ~ChildProcess();
@@ -33,11 +34,11 @@ public:
     [[nodiscard]] bool started() const { return pid_ > 0; }
     [[nodiscard]] pid_t pid() const { return pid_; }
 
-    // Reads output until `condition` holds for the standard output so far, or the time is up.
+    // Waits until `condition` holds for the standard output so far, or the time is up.
     bool waitForOutput(const std::function<bool(const QByteArray&)>& condition,
                        std::chrono::milliseconds timeout = std::chrono::seconds(10));
-    // Writes `input`, closes standard input, reads everything and waits for the end (killing
-    // the child when the time is up).
+    // Writes `input`, closes standard input and waits for the end (killing the child when the
+    // time is up).
     Result finish(const QByteArray& input = {},
                   std::chrono::milliseconds timeout = std::chrono::seconds(30));
 
@@ -47,10 +48,6 @@ public:
                       std::chrono::milliseconds timeout = std::chrono::seconds(30));
 
 private:
-    // One round of reading (and writing `pending` input); false once nothing is left open.
-    bool pump(QByteArray& pending, int timeoutMs);
-    void closeFd(int& fd);
-
     pid_t pid_ = -1;
     bool reaped_ = false;
     int in_ = -1;

@@ -4,10 +4,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <arpa/inet.h>
-#include <cerrno>
-#include <fcntl.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -18,16 +15,6 @@ namespace {
 
 bool sameName(QByteArrayView a, QByteArrayView b) {
     return a.compare(b, Qt::CaseInsensitive) == 0;
-}
-
-// Whether `fd` became ready for `events` before the time ran out or the wake pipe said the
-// server is stopping.
-bool waitFor(int fd, short events, int wakeFd, int timeoutMs = -1) {
-    pollfd fds[2] = {{fd, events, 0}, {wakeFd, POLLIN, 0}};
-    int n = 0;
-    while ((n = ::poll(fds, 2, timeoutMs)) < 0 && errno == EINTR) {
-    }
-    return n > 0 && fds[1].revents == 0;
 }
 
 } // namespace
@@ -72,8 +59,6 @@ HttpResponse HttpResponse::messagesAnswer(const QString& text, int inputTokens, 
 
 LoopbackHttpServer::LoopbackHttpServer(quint16 port) {
     listenFd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (listenFd_ < 0 || ::pipe2(wakeFds_, O_CLOEXEC) != 0)
-        throw std::runtime_error("loopback server: no socket");
     const int yes = 1;
     ::setsockopt(listenFd_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     sockaddr_in address{};
@@ -81,7 +66,8 @@ LoopbackHttpServer::LoopbackHttpServer(quint16 port) {
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(port);
     socklen_t length = sizeof address;
-    if (::bind(listenFd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+    if (listenFd_ < 0 ||
+        ::bind(listenFd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
         ::listen(listenFd_, 128) != 0 ||
         ::getsockname(listenFd_, reinterpret_cast<sockaddr*>(&address), &length) != 0)
         throw std::runtime_error("loopback server: cannot listen on 127.0.0.1");
@@ -90,24 +76,21 @@ LoopbackHttpServer::LoopbackHttpServer(quint16 port) {
     acceptor_ = std::thread([this] { acceptLoop(); });
 }
 
-// Stops accepting, wakes every stalled or delayed answer and waits for all threads.
+// Stops accepting, wakes every stalled, delayed or blocked answer and waits for all threads.
 LoopbackHttpServer::~LoopbackHttpServer() {
     {
         const std::lock_guard lock(mutex_);
         stopping_ = true;
         changed_.notify_all();
-    }
-    const char byte = 0;
-    while (::write(wakeFds_[1], &byte, 1) < 0 && errno == EINTR) {
+        // A shut-down socket ends the accept, read or write waiting on it.
+        ::shutdown(listenFd_, SHUT_RDWR);
+        for (const int fd : open_)
+            ::shutdown(fd, SHUT_RDWR);
     }
     acceptor_.join();
-    {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return live_ == 0; });
-    }
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return open_.empty(); });
     ::close(listenFd_);
-    ::close(wakeFds_[0]);
-    ::close(wakeFds_[1]);
 }
 
 void LoopbackHttpServer::enqueue(HttpResponse response) {
@@ -146,19 +129,24 @@ bool LoopbackHttpServer::waitForRequests(int count, std::chrono::milliseconds ti
 }
 
 void LoopbackHttpServer::acceptLoop() {
-    while (waitFor(listenFd_, POLLIN, wakeFds_[0])) {
+    for (;;) {
         const int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
+        const std::lock_guard lock(mutex_);
+        if (stopping_) {
+            if (fd >= 0)
+                ::close(fd);
+            return;
+        }
         if (fd < 0)
             continue;
-        const std::lock_guard lock(mutex_);
         ++connectionCount_;
-        ++live_;
-        // Detached; stop() waits until every connection thread has left.
+        open_.insert(fd);
+        // Detached; the destructor waits until every connection thread has left.
         std::thread([this, fd] {
             serve(fd);
-            ::close(fd);
             const std::lock_guard done(mutex_);
-            --live_;
+            ::close(fd);
+            open_.erase(fd);
             changed_.notify_all();
         }).detach();
     }
@@ -188,14 +176,11 @@ void LoopbackHttpServer::serve(int fd) {
     QByteArray data;
     qsizetype headEnd = -1;
     char buffer[64 * 1024];
-    const auto readMore = [&]() -> bool {
-        if (!waitFor(fd, POLLIN, wakeFds_[0]))
-            return false;
+    const auto readMore = [&] {
         const ssize_t n = ::recv(fd, buffer, sizeof buffer, 0);
-        if (n <= 0)
-            return false;
-        data.append(buffer, n);
-        return true;
+        if (n > 0)
+            data.append(buffer, n);
+        return n > 0;
     };
     while ((headEnd = data.indexOf("\r\n\r\n")) < 0) {
         if (!readMore())
@@ -234,7 +219,7 @@ void LoopbackHttpServer::serve(int fd) {
         pause(response.delay);
     if (response.stall) {
         // Until the client gives up (its side closes) or the server stops.
-        while (waitFor(fd, POLLIN, wakeFds_[0]) && ::recv(fd, buffer, sizeof buffer, 0) > 0) {
+        while (readMore()) {
         }
     } else if (!response.closeWithoutAnswer) {
         send(fd, response);
@@ -245,7 +230,7 @@ void LoopbackHttpServer::serve(int fd) {
     }
     ::shutdown(fd, SHUT_WR);
     // Let the client read everything and close first, so it never sees a reset.
-    while (waitFor(fd, POLLIN, wakeFds_[0], 2000) && ::recv(fd, buffer, sizeof buffer, 0) > 0) {
+    while (readMore()) {
     }
 }
 
@@ -259,12 +244,8 @@ void LoopbackHttpServer::send(int fd, const HttpResponse& response) {
 
     const auto sendAll = [&](QByteArrayView bytes) -> bool {
         while (!bytes.isEmpty()) {
-            if (!waitFor(fd, POLLOUT, wakeFds_[0]))
-                return false;
             const ssize_t n =
                 ::send(fd, bytes.data(), static_cast<size_t>(bytes.size()), MSG_NOSIGNAL);
-            if (n < 0 && errno == EINTR)
-                continue;
             if (n <= 0)
                 return false;
             bytes = bytes.sliced(n);

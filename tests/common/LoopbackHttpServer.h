@@ -7,6 +7,7 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -83,7 +84,6 @@ private:
     void send(int fd, const HttpResponse& response);
 
     int listenFd_ = -1;
-    int wakeFds_[2] = {-1, -1};
     quint16 port_ = 0;
     std::thread acceptor_;
 
@@ -93,8 +93,8 @@ private:
     std::deque<HttpResponse> script_;
     Handler handler_;
     std::vector<HttpRequest> requests_;
+    std::set<int> open_; // connections whose thread still runs
     int connectionCount_ = 0;
-    int live_ = 0; // connection threads still running
     int active_ = 0;
     int maxActive_ = 0;
 };

@@ -209,11 +209,13 @@ TEST(AnthropicServiceAnswers, EveryResponseReadsAsItsAnswerOrItsError) {
     }
 }
 
-TEST_F(AnthropicServiceTest, KeyIsTrimmedAndABlankKeySendsNothing) {
+// One service throughout: the key and the model are read at each request.
+TEST_F(AnthropicServiceTest, SettingsAreReadAtEachRequestTheKeyTrimmedABlankOneSendsNothing) {
+    const AnthropicService service = client();
     for (const QString& blank : {QString(), QStringLiteral("   \n\t \r\n  ")}) {
         log_.clear();
         settings_.setApiKey(blank);
-        const auto error = caught<AnthropicService::Err>(request());
+        const auto error = caught<AnthropicService::Err>(request(&service));
         EXPECT_EQ(error.kind(), AnthropicService::Err::Case::noKey);
         EXPECT_EQ(error.errorDescription(), QStringLiteral("No API key"));
         EXPECT_EQ(log_.records(), QStringList{QStringLiteral("❌ [API] No API key configured")});
@@ -222,33 +224,22 @@ TEST_F(AnthropicServiceTest, KeyIsTrimmedAndABlankKeySendsNothing) {
 
     log_.clear();
     settings_.setApiKey(QStringLiteral("  \n sk-ant-trimmed-key \t "));
+    settings_.setSelectedModel(ClaudeModel::opus);
     server_.enqueue(HttpResponse::messagesAnswer(QStringLiteral("ok")));
-    EXPECT_EQ(client().rewrite(QStringLiteral("x"), QStringLiteral("y")), QStringLiteral("ok"));
-    EXPECT_EQ(server_.requests().at(0).header("x-api-key"), "sk-ant-trimmed-key");
-    EXPECT_EQ(log_.records().at(1), QStringLiteral("   Key: sk-ant-tri...*** (18 chars)"));
+    EXPECT_EQ(service.rewrite(QStringLiteral("x"), QStringLiteral("y")), QStringLiteral("ok"));
+    const HttpRequest sent = server_.requests().at(0);
+    EXPECT_EQ(sent.header("x-api-key"), "sk-ant-trimmed-key");
+    EXPECT_TRUE(sent.body.contains("\"model\":\"claude-opus-4-6\""));
+    EXPECT_EQ(log_.records().mid(1, 2),
+              (QStringList{QStringLiteral("   Key: sk-ant-tri...*** (18 chars)"),
+                           QStringLiteral("   Model: Opus 4.6 (claude-opus-4-6)")}));
     EXPECT_EQ(settings_.apiKey(), QStringLiteral("  \n sk-ant-trimmed-key \t ")); // stored as is
 
     // A key with a line break inside cannot become a header; nothing is sent.
     settings_.setApiKey(QStringLiteral("sk-ant\r\nX-Injected: 1"));
-    const auto error = caught<service::TransportError>(request());
+    const auto error = caught<service::TransportError>(request(&service));
     EXPECT_FALSE(error.errorDescription().isEmpty());
     EXPECT_EQ(server_.connectionCount(), 1);
-}
-
-TEST_F(AnthropicServiceTest, SettingsAreReadAtEachRequest) {
-    server_.setHandler(
-        [](const HttpRequest&) { return HttpResponse::messagesAnswer(QStringLiteral("ok")); });
-    const AnthropicService service = client();
-    (void)service.rewrite(QStringLiteral("x"), QStringLiteral("y"));
-    settings_.setSelectedModel(ClaudeModel::opus);
-    settings_.setApiKey(QStringLiteral("sk-ant-second"));
-    (void)service.rewrite(QStringLiteral("x"), QStringLiteral("y"));
-    const auto requests = server_.requests();
-    ASSERT_EQ(requests.size(), 2U);
-    EXPECT_TRUE(requests[0].body.contains("\"model\":\"claude-haiku-4-5\""));
-    EXPECT_TRUE(requests[1].body.contains("\"model\":\"claude-opus-4-6\""));
-    EXPECT_EQ(requests[1].header("x-api-key"), "sk-ant-second");
-    EXPECT_TRUE(log_.contains(QStringLiteral("   Model: Opus 4.6 (claude-opus-4-6)")));
 }
 
 TEST_F(AnthropicServiceTest, IdleTimeoutEndsASilentExchangeButNotASlowSteadyOne) {
@@ -303,16 +294,16 @@ TEST_F(AnthropicServiceTest, TlsPeerIsVerified) {
     const QString key = tlsDir.filePath(QStringLiteral("key.pem"));
     const auto keygen = testutil::ChildProcess::run(
         QStringLiteral("openssl"),
-        {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
-         QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-days"),
-         QStringLiteral("1"), QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1"),
-         QStringLiteral("-addext"), QStringLiteral("subjectAltName=IP:127.0.0.1"),
-         QStringLiteral("-keyout"), key, QStringLiteral("-out"), cert});
+        QStringLiteral("req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=127.0.0.1 -addext "
+                       "subjectAltName=IP:127.0.0.1 -keyout %1 -out %2")
+            .arg(key, cert)
+            .split(u' '));
     ASSERT_EQ(keygen.exitCode, 0) << keygen.err.constData();
-    testutil::ChildProcess tlsServer(QStringLiteral("openssl"),
-                                     {QStringLiteral("s_server"), QStringLiteral("-accept"),
-                                      QStringLiteral("127.0.0.1:0"), QStringLiteral("-cert"), cert,
-                                      QStringLiteral("-key"), key, QStringLiteral("-www")});
+    testutil::ChildProcess tlsServer(
+        QStringLiteral("openssl"),
+        QStringLiteral("s_server -www -accept 127.0.0.1:0 -cert %1 -key %2")
+            .arg(cert, key)
+            .split(u' '));
     QString port;
     const QRegularExpression accept(QStringLiteral("ACCEPT 127\\.0\\.0\\.1:(\\d+)"));
     ASSERT_TRUE(tlsServer.waitForOutput([&](const QByteArray& out) {

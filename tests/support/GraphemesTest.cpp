@@ -39,13 +39,3 @@ TEST(Graphemes, PrefixNeverSplitsACluster) {
     EXPECT_EQ(graphemePrefix(text, 100), text);
     EXPECT_EQ(graphemePrefix(text, 0), QString());
 }
-
-TEST(Graphemes, QuotedPreviewTakesSixtyCharacters) {
-    const QString sixtyOne = QString(60, u'a') + QStringLiteral("b");
-    EXPECT_EQ(quotedPreview(sixtyOne), QString(u'"' + QString(60, u'a') + u'"'));
-    EXPECT_EQ(quotedPreview(QStringLiteral("hi")), QStringLiteral("\"hi\""));
-    QString flags;
-    for (int i = 0; i < 61; ++i)
-        flags += flagJapan;
-    EXPECT_EQ(quotedPreview(flags), QString(u"\"" + flags.left(240) + u"\""));
-}

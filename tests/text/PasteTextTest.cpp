@@ -1,11 +1,9 @@
 #include "support/Error.h"
 #include "tests/text/TextExchangeFixture.h"
-#include "text/TextSelectionError.h"
 
 #include <QStringList>
 #include <gmock/gmock.h>
 #include <stop_token>
-#include <thread>
 
 using namespace std::chrono_literals;
 using testing::IsEmpty;
@@ -34,15 +32,7 @@ TEST_F(TextExchangeTest, PasteReplacesTheSelectionOfTheFrontmostApplication) {
     // The pasted text stays on the pasteboard, alone.
     EXPECT_EQ(desktop.types(), QStringList{QStringLiteral("text/plain")});
     EXPECT_EQ(desktop.string(), QStringLiteral("world"));
-    const auto events = desktop.postedEvents();
-    ASSERT_EQ(events.size(), 2U);
-    EXPECT_TRUE(events[0].keyDown);
-    EXPECT_FALSE(events[1].keyDown);
-    for (const auto& event : events) {
-        EXPECT_EQ(event.virtualKey, 9);
-        EXPECT_EQ(event.flags, 0x100000U);
-        EXPECT_EQ(event.targetPid, editorPid);
-    }
+    expectCommandChord(9 /* V */, editorPid, editorPid);
 }
 
 TEST_F(TextExchangeTest, PasteGoesToWhoeverIsInFrontNowOrThroughTheEventTap) {
@@ -65,13 +55,7 @@ TEST_F(TextExchangeTest, PasteGoesToWhoeverIsInFrontNowOrThroughTheEventTap) {
     inBackground([&] { service.pasteText(QStringLiteral("answer"), {}); });
 
     EXPECT_GE(logs.indexOf(tag + QStringLiteral("⌨️ Posting Cmd+V to: nil")), 0);
-    const auto events = desktop.postedEvents();
-    ASSERT_EQ(events.size(), 2U);
-    for (const auto& event : events) {
-        EXPECT_EQ(event.tap, 0);
-        EXPECT_EQ(event.targetPid, std::nullopt);
-        EXPECT_EQ(event.deliveredTo, std::nullopt);
-    }
+    expectCommandChord(9 /* V */, std::nullopt, std::nullopt);
     EXPECT_EQ(desktop.string(), QStringLiteral("answer"));
 }
 
@@ -137,15 +121,11 @@ TEST_F(TextExchangeTest, WithoutKeystrokesTheAnswerTakesTheRoadThatIsLeft) {
         QString textAfter;
         bool leftOnClipboard;
     };
+    const QString replaced = QStringLiteral("🛣 Paste road: accessibility — the selection of "
+                                            "org.example.editor was replaced directly");
     const Case cases[] = {
-        {true, false,
-         QStringLiteral("🛣 Paste road: accessibility — the selection of "
-                        "org.example.editor was replaced directly"),
-         QStringLiteral("Hello world!"), false},
-        {true, true,
-         QStringLiteral("🛣 Paste road: accessibility — the selection of "
-                        "org.example.editor was replaced directly"),
-         QStringLiteral("Hello world!"), false},
+        {true, false, replaced, QStringLiteral("Hello world!"), false},
+        {true, true, replaced, QStringLiteral("Hello world!"), false},
         {false, true, QStringLiteral("🛣 Paste road: keystroke"), QStringLiteral("Hello world!"),
          false},
         {false, false,
@@ -162,16 +142,11 @@ TEST_F(TextExchangeTest, WithoutKeystrokesTheAnswerTakesTheRoadThatIsLeft) {
         TextSelectionService roads{wayland, wayland, wayland, wayland,
                                    TextSelectionService::PasteRoad::accessibilityFirst};
         logs.clear();
-        bool leftOnClipboard = false;
-        try {
-            inBackground([&] { roads.pasteText(QStringLiteral("world"), {}); });
-        } catch (const TextSelectionError& error) {
-            leftOnClipboard = error.errorCase() == TextSelectionError::answerOnClipboard;
-        }
+        const auto failure = failureOf([&] { roads.pasteText(QStringLiteral("world"), {}); });
         SCOPED_TRACE(c.road.toStdString());
         EXPECT_TRUE(logs.records().contains(tag + c.road));
         EXPECT_EQ(wayland.text(editorPid), c.textAfter);
-        EXPECT_EQ(leftOnClipboard, c.leftOnClipboard);
+        EXPECT_EQ(failure == TextSelectionError::answerOnClipboard, c.leftOnClipboard);
         EXPECT_EQ(wayland.string(), QStringLiteral("world"));
         EXPECT_EQ(wayland.postedEvents().empty(), c.editable || !c.keystrokes);
     }

@@ -3,6 +3,7 @@
 #include "platform/sim/SimDesktop.h"
 #include "support/Log.h"
 #include "tests/common/TestUtil.h"
+#include "text/TextSelectionError.h"
 #include "text/TextSelectionService.h"
 
 #include <chrono>
@@ -32,6 +33,35 @@ protected:
     // its result (or rethrows what it threw).
     template <typename Work> static auto inBackground(Work work) {
         return std::async(std::launch::async, std::move(work)).get();
+    }
+
+    // The case `work` failed with, run as above; none when it succeeded.
+    template <typename Work> static std::optional<TextSelectionError::Case> failureOf(Work work) {
+        try {
+            inBackground(std::move(work));
+        } catch (const TextSelectionError& error) {
+            return error.errorCase();
+        }
+        return std::nullopt;
+    }
+
+    // The two events of a Command chord sent since the last clear: down then up, Command alone,
+    // from a hardware-state source, to `target` (through the event tap when none) and received
+    // by `receiver`.
+    void expectCommandChord(std::uint16_t key, std::optional<std::int32_t> target,
+                            std::optional<std::int32_t> receiver) const {
+        const auto events = desktop.postedEvents();
+        ASSERT_EQ(events.size(), 2U);
+        EXPECT_TRUE(events[0].keyDown);
+        EXPECT_FALSE(events[1].keyDown);
+        for (const auto& event : events) {
+            EXPECT_EQ(event.virtualKey, key);
+            EXPECT_EQ(event.flags, platform::eventflags::command);
+            EXPECT_EQ(event.targetPid, target);
+            EXPECT_EQ(event.tap, target ? std::nullopt : std::optional(0));
+            EXPECT_EQ(event.sourceState, 1);
+            EXPECT_EQ(event.deliveredTo, receiver);
+        }
     }
 
     static QString separator() {
