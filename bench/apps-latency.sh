@@ -17,8 +17,12 @@ printf '<!DOCTYPE html><title>Document</title><textarea autofocus rows=5 cols=60
     "$sentence" >"$work/document.html"
 page="file://$work/document.html"
 
+# What Mendwise does at start: accessibility switched on, and the bus's address on the root
+# window, where Qt 5 looks for it.
 dbus-send --session --print-reply --dest=org.a11y.Bus /org/a11y/bus \
     org.freedesktop.DBus.Properties.Set string:org.a11y.Status string:IsEnabled variant:boolean:true >/dev/null
+address=$(dbus-send --session --print-reply=literal --dest=org.a11y.Bus /org/a11y/bus org.a11y.Bus.GetAddress)
+xprop -root -f AT_SPI_BUS 8s -set AT_SPI_BUS "${address// /}"
 
 active_pid() { xdotool getactivewindow getwindowpid 2>/dev/null; }
 
