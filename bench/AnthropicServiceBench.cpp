@@ -193,7 +193,7 @@ int main(int argc, char** argv) {
                                                "-H",
                                                "anthropic-version: 2023-06-01",
                                                "--data-binary",
-                                               "@" + bodyPath.toStdString(),
+                                               QString(u'@' + bodyPath).toStdString(),
                                                server.url().toStdString()};
     std::vector<double> curlSpawnSamples;
     std::vector<double> curlOwnSamples;
