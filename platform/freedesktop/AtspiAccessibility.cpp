@@ -1048,7 +1048,7 @@ public:
         // the width of a range of several lines.
         if (range.length > longRange)
             box = characterSpan(bus, target, start, last, deadline);
-        if (!box && range.length > 0) {
+        if (range.length > 0 && !box) {
             int end = last + 1;
             AXError error = ax::success;
             if (rangeEndIsInclusive(bus, target, start, deadline, error))
@@ -1083,7 +1083,7 @@ public:
                 else if (!answer.ok())
                     return errorResult(answer.error);
             }
-        } else if (!box) {
+        } else if (range.length == 0) {
             // A caret: the left edge of the character after it, or the right edge of the one
             // before it at the end of the text.
             const Answer answer = call(bus, target, QLatin1String(textInterface),
