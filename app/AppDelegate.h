@@ -98,9 +98,7 @@ public:
 
     [[nodiscard]] ui::FloatingPanel* floatingPanel() const { return floatingPanel_.get(); }
     [[nodiscard]] QWidget* settingsWindow() const { return settingsWindow_.get(); }
-    [[nodiscard]] Popover* popover() const { return popover_.get(); }
     [[nodiscard]] QSystemTrayIcon* statusItem() const { return statusItem_.get(); }
-    [[nodiscard]] HotkeyManager* hotkeyManager() const { return hotkeyManager_.get(); }
     [[nodiscard]] const QString& accessibilityNotice() const { return accessibilityNotice_; }
     // Why keystrokes cannot reach other applications (empty when they can), and how to ask
     // again; shown in the settings window.

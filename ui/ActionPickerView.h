@@ -75,8 +75,6 @@ public:
     [[nodiscard]] int selected() const { return selected_; }
     // The contents of the instruction field.
     [[nodiscard]] QString prompt() const;
-    // The spinner's rotation in degrees.
-    [[nodiscard]] double spinAngle() const { return spinAngle_; }
     // Whether the instruction field has the panel's keyboard focus.
     [[nodiscard]] bool focused() const { return focused_; }
 

@@ -2,18 +2,14 @@
 // loopback: launch, trigger, placement, the whole rewrite, failures and termination.
 #include "app/AppDelegate.h"
 
-#include "app/HotkeyManager.h"
-#include "app/Popover.h"
-#include "hotkeys/Testing.h"
 #include "platform/sim/SimDesktop.h"
-#include "platform/sim/SimHotKeys.h"
-#include "platform/sim/SimKeyboardLayout.h"
 #include "platform/sim/SimLoginItem.h"
 #include "service/AppSettings.h"
 #include "support/Background.h"
 #include "support/Log.h"
 #include "tests/common/LoopbackHttpServer.h"
 #include "tests/common/TestUtil.h"
+#include "tests/hotkeys/HotkeysFixture.h"
 #include "ui/ActionPickerView.h"
 #include "ui/FloatingPanel.h"
 #include "ui/ScreenGeometry.h"
@@ -40,12 +36,11 @@ constexpr std::int32_t editorPid = 42;
 constexpr std::uint32_t keyJ = 38;
 constexpr std::uint32_t commandShift = 768;
 
-class AppDelegateTest : public ::testing::Test {
+class AppDelegateTest : public HotkeysTest {
 protected:
     void SetUp() override {
+        HotkeysTest::SetUp();
         ASSERT_TRUE(storeDir.isValid());
-        Hotkeys::resetStateForTesting(
-            {hotKeys, std::make_shared<platform::sim::SimKeyboardLayout>()});
         settings = std::make_unique<AppSettings>(
             std::make_unique<QSettings>(storeDir.filePath(QStringLiteral("Mendwise.conf")),
                                         QSettings::IniFormat),
@@ -65,6 +60,7 @@ protected:
         support::waitForBackgroundIdle();
         delegate.reset();
         QApplication::processEvents();
+        HotkeysTest::TearDown();
     }
 
     void launch() {
@@ -92,15 +88,8 @@ protected:
         return QJsonDocument::fromJson(server.requests().at(index).body)["system"].toString();
     }
 
-    // Where the panel is, as the global frame (origin bottom-left) it was shown at.
-    QRect panelFrame(double x, double y) const {
-        return ui::qtRectFromGlobal(platform::Rect{x, y, 240, 140});
-    }
-
     QTemporaryDir storeDir;
     std::shared_ptr<SimDesktop> desktop = std::make_shared<SimDesktop>();
-    std::shared_ptr<platform::sim::SimHotKeys> hotKeys =
-        std::make_shared<platform::sim::SimHotKeys>();
     platform::sim::SimLoginItem loginItem;
     std::unique_ptr<AppSettings> settings;
     testutil::LoopbackHttpServer server;
@@ -108,49 +97,41 @@ protected:
     std::unique_ptr<app::AppDelegate> delegate;
 };
 
+// A prompt that switches accessibility on is told in the settings.
 TEST_F(AppDelegateTest, LaunchChecksTrustAsksOnceIfNeededAndBindsTheTriggerTillTermination) {
     const QString granted = QStringLiteral("[AppDelegate] ✅ Accessibility granted");
     const QString asking =
         QStringLiteral("[AppDelegate] ⚠️ Requesting Accessibility permission…");
-    for (const bool trusted : {true, false}) {
-        SCOPED_TRACE(trusted);
+    const std::pair<bool, bool> cases[] = {{true, false}, {false, false}, {false, true}};
+    for (const auto& [trusted, promptGrants] : cases) {
+        SCOPED_TRACE(testing::Message() << trusted << promptGrants);
         log.clear();
         desktop->setTrusted(trusted);
+        desktop->setPromptGrantsTrust(promptGrants);
+        const int prompts = desktop->trustPromptCount();
         launch();
         EXPECT_EQ(log.contains(granted), trusted);
         EXPECT_EQ(log.contains(asking), !trusted);
-        EXPECT_EQ(desktop->trustPromptCount(), trusted ? 0 : 1);
+        EXPECT_EQ(desktop->trustPromptCount() - prompts, trusted ? 0 : 1);
         ASSERT_NE(delegate->floatingPanel(), nullptr);
-        EXPECT_FALSE(delegate->floatingPanel()->isVisible());
-        EXPECT_NE(delegate->popover(), nullptr);
         EXPECT_TRUE(hotKeys->isRegistered(keyJ, commandShift));
         EXPECT_LT(log.indexOf(trusted ? granted : asking),
                   log.indexOf(
                       QStringLiteral("[HotkeyManager] Registered shortcut using Hotkeys library")));
-        EXPECT_EQ(delegate->settingsWindow(), nullptr); // created on first request only
-
-        // Termination releases the trigger.
-        delegate->applicationWillTerminate();
-        EXPECT_FALSE(hotKeys->isRegistered(keyJ, commandShift));
-        EXPECT_FALSE(delegate->hotkeyManager()->callback);
-        hotKeys->press(keyJ, commandShift);
-        hotKeys->release(keyJ, commandShift);
-        testutil::processEventsFor(50ms);
-        EXPECT_FALSE(log.contains(QStringLiteral("[AppDelegate] 🚀 showPicker")));
-    }
-}
-
-TEST_F(AppDelegateTest, APromptThatSwitchesAccessibilityOnIsToldInTheSettings) {
-    for (const bool grants : {false, true}) {
-        desktop->setTrusted(false);
-        desktop->setPromptGrantsTrust(grants);
-        launch();
         delegate->openSettings();
         auto* view = delegate->settingsWindow()->findChild<ui::SettingsView*>();
         ASSERT_NE(view, nullptr);
         EXPECT_EQ(view->generalTab()->accessibilityNotice().contains(
                       u"Restart applications started before Mendwise"),
-                  grants);
+                  promptGrants);
+
+        // Termination releases the trigger.
+        delegate->applicationWillTerminate();
+        EXPECT_FALSE(hotKeys->isRegistered(keyJ, commandShift));
+        hotKeys->press(keyJ, commandShift);
+        hotKeys->release(keyJ, commandShift);
+        testutil::processEventsFor(50ms);
+        EXPECT_FALSE(log.contains(QStringLiteral("[AppDelegate] 🚀 showPicker")));
     }
 }
 
@@ -168,14 +149,11 @@ TEST_F(AppDelegateTest, InstallLocationWarnsOnlyForTransientPlaces) {
         bool transient;
     } cases[] = {
         {QStringLiteral("/usr/bin/mendwise"), true, false},
-        {QStringLiteral("/usr/local/bin/mendwise"), true, false},
         {QStringLiteral("/opt/mendwise/bin/mendwise"), true, false},
         {QStringLiteral("/home/me/.local/bin/mendwise"), true, false},
         {buildTree.filePath(QStringLiteral("Downloads/app/mendwise")), true, true},
         {QStringLiteral("/home/me/Downloads/mendwise/mendwise"), false, true},
         {QStringLiteral("/home/me/.localized/mendwise"), false, false},
-        {QStringLiteral("/Applications/Mendwise.app"), false, false},
-        {QStringLiteral("/Users/me/Applications/Mendwise.app"), false, false},
         {QStringLiteral("/Volumes/Mendwise/Mendwise.app"), false, true},
         {QStringLiteral("/private/var/folders/xy/T/AppTranslocation/d/Mendwise.app"), false, true},
         {QStringLiteral("/ApplicationsOld/Downloads/Mendwise.app"), false, false},
@@ -212,27 +190,21 @@ TEST_F(AppDelegateTest, TriggerPlacesThePickerBelowTheSelection) {
     launch();
     ui::ActionPickerView* picker = trigger();
     ASSERT_NE(picker, nullptr);
-    EXPECT_TRUE(log.contains(QStringLiteral("[AppDelegate] 🚀 showPicker — Editor")));
     EXPECT_EQ(picker->phase(), ui::ActionPickerView::Phase::picker());
-    EXPECT_EQ(delegate->floatingPanel()->geometry(), panelFrame(404, 532));
+    EXPECT_EQ(delegate->floatingPanel()->geometry(),
+              ui::qtRectFromGlobal(platform::Rect{404, 532, 240, 140}));
     // Nothing is read at trigger time.
     EXPECT_TRUE(server.requests().empty());
     EXPECT_TRUE(desktop->postedEvents().empty());
 
-    // A second trigger while the panel is up: a fresh picker, at the new place.
-    desktop->setSelectionBounds(editorPid, platform::Rect{600, 300, 100, 20});
-    ui::ActionPickerView* second = trigger();
-    ASSERT_NE(second, nullptr);
-    EXPECT_NE(second, picker);
-    // Anchor (700, 580): origin (704, 432).
-    EXPECT_EQ(delegate->floatingPanel()->geometry(), panelFrame(704, 432));
-
-    // Without a source application the picker follows the mouse.
+    // Without a source application the picker follows the mouse (a second trigger while the
+    // panel is up re-places it: end-to-end.sh checks that below a new selection).
     desktop->setFrontmost(std::nullopt);
     desktop->setMouseLocation({700, 600});
     ASSERT_NE(trigger(), nullptr);
     EXPECT_TRUE(log.contains(QStringLiteral("[AppDelegate] 🚀 showPicker — nil")));
-    EXPECT_EQ(delegate->floatingPanel()->geometry(), panelFrame(712, 452));
+    EXPECT_EQ(delegate->floatingPanel()->geometry(),
+              ui::qtRectFromGlobal(platform::Rect{712, 452, 240, 140}));
 }
 
 TEST_F(AppDelegateTest, ThePromptIsReadWhenTheActionRunsAndACustomOneReplacesItOnce) {

@@ -1,14 +1,11 @@
 // The trigger binding over the simulated hot keys.
 #include "app/HotkeyManager.h"
 
-#include "hotkeys/Testing.h"
 #include "platform/sim/SimDesktop.h"
-#include "platform/sim/SimHotKeys.h"
-#include "platform/sim/SimKeyboardLayout.h"
 #include "support/Log.h"
 #include "tests/common/TestUtil.h"
+#include "tests/hotkeys/HotkeysFixture.h"
 
-#include <QSettings>
 #include <gtest/gtest.h>
 
 using platform::RunningApplication;
@@ -18,21 +15,8 @@ namespace {
 const RunningApplication editor{4242, QStringLiteral("org.example.Editor"),
                                 QStringLiteral("Editor")};
 
-class HotkeyManagerTest : public ::testing::Test {
+class HotkeyManagerTest : public HotkeysTest {
 protected:
-    void SetUp() override {
-        settings.clear();
-        Hotkeys::resetStateForTesting(
-            {hotKeys, std::make_shared<platform::sim::SimKeyboardLayout>()});
-    }
-    void TearDown() override {
-        Hotkeys::resetStateForTesting({});
-        settings.clear();
-    }
-
-    QSettings settings{QStringLiteral("Mendwise"), QStringLiteral("Mendwise")};
-    std::shared_ptr<platform::sim::SimHotKeys> hotKeys =
-        std::make_shared<platform::sim::SimHotKeys>();
     std::shared_ptr<platform::sim::SimDesktop> workspace =
         std::make_shared<platform::sim::SimDesktop>();
 };

@@ -23,7 +23,7 @@ Point clamp(Point origin, SimDesktop& desktop, double width = panelWidth,
 
 } // namespace
 
-TEST(PanelPlacement, OneScreen) {
+TEST(PanelPlacement, OneScreenWithStrictEdgesAndTheLeftAndBottomMarginsWinning) {
     SimDesktop desktop;
     desktop.setScreens({laptop});
 
@@ -34,11 +34,6 @@ TEST(PanelPlacement, OneScreen) {
     EXPECT_EQ(panelOrigin(Point{500, 100}, desktop), (Point{504, 8}));
     // Past the top of the visible frame: y = 875 - 140 - 8.
     EXPECT_EQ(panelOrigin(Point{500, 890}, desktop), (Point{504, 727}));
-}
-
-TEST(PanelPlacement, EdgesAreStrictAndTheLeftAndBottomMarginsWin) {
-    SimDesktop desktop;
-    desktop.setScreens({laptop});
     // Touching the right and top edges exactly is fine.
     EXPECT_EQ(clamp({1200, 735}, desktop), (Point{1200, 735}));
     // One point over each.

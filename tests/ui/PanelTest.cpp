@@ -4,9 +4,7 @@
 #include "ui/KeyHandler.h"
 #include "ui/ScreenGeometry.h"
 
-#include <QGuiApplication>
 #include <QLineEdit>
-#include <QScreen>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -52,20 +50,13 @@ TEST_F(PanelTest, PassesEverythingOnWithoutOnKeyAndForOtherWindows) {
     EXPECT_TRUE(seen.empty());
 }
 
-TEST_F(PanelTest, ShowPlacesTheFrameAndFadesInFromTransparent) {
-    panel.hide([] {});
-    ASSERT_TRUE(testutil::waitUntil([&] { return !panel.isVisible(); }));
-
-    panel.show(platform::Rect{300, 200, 240, 140});
+// The panel fades in from transparent (where show() places it, the controller's tests check);
+// a show during the hide fade keeps it and ends that hide at once.
+TEST_F(PanelTest, FadesInAndAShowDuringTheHideFadeKeepsIt) {
     EXPECT_TRUE(panel.isVisible());
     EXPECT_LT(panel.windowOpacity(), 0.5);
-    const QRect screen = QGuiApplication::primaryScreen()->geometry();
-    EXPECT_EQ(panel.geometry(),
-              QRect(screen.x() + 300, screen.y() + screen.height() - 340, 240, 140));
     ASSERT_TRUE(testutil::waitUntil([&] { return panel.windowOpacity() == 1.0; }, 2s));
-}
 
-TEST_F(PanelTest, ShowDuringTheHideFadeKeepsThePanelAndEndsTheHideOnce) {
     int completions = 0;
     panel.hide([&] { ++completions; });
     testutil::processEventsFor(40ms);
@@ -79,18 +70,16 @@ TEST_F(PanelTest, ShowDuringTheHideFadeKeepsThePanelAndEndsTheHideOnce) {
 
 TEST(KeyHandlerOwnership, ClearingOnlyRemovesTheOwnersOwnRouting) {
     KeyHandler& keys = KeyHandler::shared();
-    int a = 0;
+    int a = 0; // each counter is also its routing's owner
     int b = 0;
-    const int ownerA = 0;
-    const int ownerB = 0;
-    keys.setOnKey([&](std::uint16_t) { ++a; }, &ownerA);
-    keys.setOnKey([&](std::uint16_t) { ++b; }, &ownerB);
-    keys.clearOnKey(&ownerA);
+    keys.setOnKey([&](std::uint16_t) { ++a; }, &a);
+    keys.setOnKey([&](std::uint16_t) { ++b; }, &b);
+    keys.clearOnKey(&a);
     ASSERT_TRUE(keys.onKey());
     keys.onKey()(36);
     EXPECT_EQ(b, 1);
     EXPECT_EQ(a, 0);
-    keys.clearOnKey(&ownerB);
+    keys.clearOnKey(&b);
     EXPECT_FALSE(keys.onKey());
 }
 

@@ -18,12 +18,6 @@ using x11test::xdotool;
 
 namespace {
 
-QString xprop(const QString& window, const char* property) {
-    return x11test::run(QStringLiteral("xprop"),
-                        {QStringLiteral("-id"), window, QString::fromLatin1(property)})
-        .value_or(QString());
-}
-
 // Another application in front: an xterm, active before the panel appears.
 class PanelX11Test : public ::testing::Test {
 protected:
@@ -64,15 +58,16 @@ TEST_F(PanelX11Test, ShownWithoutActivationItStillGetsTheKeys) {
     testutil::processEventsFor(300ms);
     EXPECT_EQ(activeWindowId(), before) << "the user's application stays active";
 
-    const QString id = QString::number(panel.winId());
     // Above the others, and on every desktop (openbox keeps "all desktops" in _NET_WM_DESKTOP
     // rather than in the sticky state).
-    const QString states = xprop(id, "_NET_WM_STATE");
-    EXPECT_TRUE(states.contains(QLatin1String("_NET_WM_STATE_ABOVE"))) << states.toStdString();
-    EXPECT_TRUE(states.contains(QLatin1String("_NET_WM_STATE_SKIP_TASKBAR")))
-        << states.toStdString();
-    const QString desktop = xprop(id, "_NET_WM_DESKTOP").trimmed();
-    EXPECT_TRUE(desktop.endsWith(QLatin1String("4294967295"))) << desktop.toStdString();
+    const QString properties =
+        x11test::run(QStringLiteral("xprop"),
+                     {QStringLiteral("-id"), QString::number(panel.winId()),
+                      QStringLiteral("_NET_WM_STATE"), QStringLiteral("_NET_WM_DESKTOP")})
+            .value_or(QString());
+    for (const char* expected : {"_NET_WM_STATE_ABOVE", "_NET_WM_STATE_SKIP_TASKBAR",
+                                 "_NET_WM_DESKTOP(CARDINAL) = 4294967295"})
+        EXPECT_TRUE(properties.contains(QLatin1String(expected))) << properties.toStdString();
 
     std::vector<std::uint16_t> seen;
     ui::KeyHandler::shared().setOnKey([&seen](std::uint16_t key) { seen.push_back(key); });
@@ -107,31 +102,15 @@ TEST_F(PanelX11Test, ShownWithoutActivationItStillGetsTheKeys) {
     EXPECT_EQ(activeWindowId(), before);
 }
 
-TEST_F(PanelX11Test, ThePickerTakesKeysAndTypingThroughTheGrab) {
-    int fixes = 0;
-    QStringList prompts;
-    auto* picker = new ui::ActionPickerView(
-        [&](const ui::ActionPickerView::Completion&) { ++fixes; },
-        [&](const QString& prompt, const ui::ActionPickerView::Completion&) { prompts << prompt; },
-        [] {});
+// Xvfb runs no compositor: the panel is cut to the shape of the picker's buttons instead of
+// showing a black rectangle where it is clear. (Its keys and typing through the grab,
+// end-to-end.sh drives in the real program.)
+TEST_F(PanelX11Test, WithoutACompositorThePanelIsCutToThePickersShape) {
+    auto* picker = new ui::ActionPickerView({}, {}, [] {});
     ASSERT_TRUE(show(picker));
-    // Xvfb runs no compositor: the panel is cut to the shape of the buttons instead of showing
-    // a black rectangle where it is clear.
     EXPECT_TRUE(panel.mask().contains(picker->buttonCenter(0)));
     EXPECT_TRUE(panel.mask().contains(picker->buttonCenter(1)));
     EXPECT_FALSE(panel.mask().contains(QPoint(5, 5)));
-
-    xdotool(QStringLiteral("key Right Return"));
-    ASSERT_TRUE(testutil::waitUntil([&] { return picker->focused(); }, 3s));
-    xdotool({QStringLiteral("type"), QStringLiteral("be brief")});
-    ASSERT_TRUE(
-        testutil::waitUntil([&] { return picker->prompt() == QStringLiteral("be brief"); }, 3s))
-        << picker->prompt().toStdString();
-    xdotool(QStringLiteral("key Return"));
-    ASSERT_TRUE(testutil::waitUntil([&] { return !prompts.isEmpty(); }, 3s));
-    EXPECT_EQ(prompts, QStringList{QStringLiteral("be brief")});
-    EXPECT_EQ(fixes, 0);
-    EXPECT_EQ(activeWindowId(), before);
 }
 
 // The user moves on: a click anywhere outside the panel asks for it to go, so the keyboard is

@@ -15,7 +15,6 @@
 #include <QAbstractButton>
 #include <QComboBox>
 #include <QElapsedTimer>
-#include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -59,10 +58,6 @@ protected:
     QLineEdit& keyField() { return *ai().keyField(); }
     QPushButton& save() { return *ai().saveButton(); }
 
-    QPushButton* buttonTitled(const QString& title) {
-        return qobject_cast<QPushButton*>(testutil::buttonWithText(*view, title));
-    }
-
     QTemporaryDir home;
     platform::sim::SimLoginItem loginItem;
     AppSettings settings;
@@ -76,7 +71,7 @@ protected:
 
 } // namespace
 
-TEST_F(SettingsViewTest, TheShortcutRowHoldsTheTriggersRecorderIdleUntilClicked) {
+TEST_F(SettingsViewTest, TheShortcutRowHoldsTheTriggersRecorderAndSaysARefusal) {
     ASSERT_EQ(view->tabBar()->count(), 2);
     EXPECT_EQ(view->tabBar()->tabText(0), QStringLiteral("General"));
     EXPECT_EQ(view->tabBar()->tabText(1), QStringLiteral("AI"));
@@ -84,8 +79,6 @@ TEST_F(SettingsViewTest, TheShortcutRowHoldsTheTriggersRecorderIdleUntilClicked)
     Hotkeys::RecorderField* field = view->recorderField();
     EXPECT_EQ(field->shortcutName().rawValue(), QStringLiteral("triggerMendwise"));
     EXPECT_EQ(field->text(), QStringLiteral("Ctrl+Shift+J"));
-    testutil::processEventsFor(50ms);
-    EXPECT_FALSE(field->isRecording()) << "opening the window does not start recording";
 
     // A shortcut the desktop refuses is said under the row, until one holds.
     EXPECT_EQ(view->generalTab()->shortcutProblem(), QString());
@@ -102,11 +95,8 @@ TEST_F(SettingsViewTest, TheShortcutRowHoldsTheTriggersRecorderIdleUntilClicked)
 TEST_F(SettingsViewTest, SaveFollowsTheStoredKeyStoresItAsTypedAndSaysSaved) {
     EXPECT_EQ(keyField().text(), QString());
     EXPECT_FALSE(save().isEnabled());
-    QTest::keyClick(&keyField(), Qt::Key_K);
-    EXPECT_TRUE(save().isEnabled());
-    QTest::keyClick(&keyField(), Qt::Key_Backspace);
-    EXPECT_FALSE(save().isEnabled());
     QTest::keyClicks(&keyField(), QStringLiteral("draft"));
+    EXPECT_TRUE(save().isEnabled());
     view->setCurrentTab(0);
     EXPECT_EQ(settings.apiKey(), QString()) << "nothing is stored before Save";
     settings.setApiKey(QStringLiteral("stored-elsewhere"));
@@ -146,7 +136,9 @@ TEST_F(SettingsViewTest, TheEyeSwitchesBetweenMaskedAndClearWithoutTouchingTheTe
               QList<QUrl>{QUrl(QStringLiteral("https://console.anthropic.com/settings/keys"))});
 }
 
-TEST_F(SettingsViewTest, TheModelPickerListsTheModelsInOrderAndStoresAChoiceAtOnce) {
+// Each control stores what the user does at once and shows a change made elsewhere; the model
+// picker lists the models in order; Reset restores the default prompt.
+TEST_F(SettingsViewTest, EveryControlIsBoundToItsSettingBothWays) {
     QComboBox& picker = *ai().modelPicker();
     ASSERT_EQ(picker.count(), 3);
     EXPECT_EQ(picker.itemText(0), QStringLiteral("Haiku 4.5"));
@@ -156,26 +148,20 @@ TEST_F(SettingsViewTest, TheModelPickerListsTheModelsInOrderAndStoresAChoiceAtOn
 
     QTest::keyClick(&picker, Qt::Key_Down);
     EXPECT_EQ(settings.selectedModel(), ClaudeModel(ClaudeModel::sonnet));
-    // And the other way: a change made elsewhere shows.
     settings.setSelectedModel(ClaudeModel::opus);
     EXPECT_EQ(picker.currentText(), QStringLiteral("Opus 4.6"));
-}
 
-TEST_F(SettingsViewTest, EveryKeystrokeInThePromptIsStoredAndResetRestoresTheDefault) {
     QPlainTextEdit& editor = *ai().promptEditor();
     EXPECT_EQ(editor.toPlainText(), AppSettings::defaultSystemPrompt);
     editor.selectAll();
     QTest::keyClicks(&editor, QStringLiteral("Be"));
     EXPECT_EQ(settings.systemPrompt(), QStringLiteral("Be"));
-    QTest::keyClick(&editor, Qt::Key_Exclam);
-    EXPECT_EQ(settings.systemPrompt(), QStringLiteral("Be!"));
 
     QTest::mouseClick(ai().resetButton(), Qt::LeftButton);
     EXPECT_EQ(settings.systemPrompt(), AppSettings::defaultSystemPrompt);
     EXPECT_EQ(editor.toPlainText(), AppSettings::defaultSystemPrompt);
-}
 
-TEST_F(SettingsViewTest, SwitchesAreBoundBothWays) {
+    view->setCurrentTab(0);
     ui::GeneralSettingsTab& general = *view->generalTab();
     QList<QAbstractButton*> switches;
     for (QAbstractButton* b : general.findChildren<QAbstractButton*>()) {
@@ -223,8 +209,8 @@ TEST_F(SettingsViewTest, ThePermissionRowFollowsTrustOnlyWhenDrawnAgain) {
 
 // Without accessibility settings to open, the user gets a hint instead.
 TEST_F(SettingsViewTest, RestartAndOpenSettingsRunTheirCommands) {
-    QPushButton* restart = buttonTitled(QStringLiteral("Restart App"));
-    QPushButton* open = buttonTitled(QStringLiteral("Open System Settings"));
+    QAbstractButton* restart = testutil::buttonWithText(*view, QStringLiteral("Restart App"));
+    QAbstractButton* open = testutil::buttonWithText(*view, QStringLiteral("Open System Settings"));
     ASSERT_TRUE(restart && open);
     QTest::mouseClick(restart, Qt::LeftButton);
     EXPECT_EQ(restarts, 1);
@@ -240,7 +226,7 @@ TEST_F(SettingsViewTest, RestartAndOpenSettingsRunTheirCommands) {
 
 TEST_F(SettingsViewTest, TheKeystrokeProblemShowsWithItsAllowButtonUntilCleared) {
     ui::GeneralSettingsTab& general = *view->generalTab();
-    QPushButton* allow = buttonTitled(QStringLiteral("Allow…"));
+    QAbstractButton* allow = testutil::buttonWithText(*view, QStringLiteral("Allow…"));
     ASSERT_NE(allow, nullptr);
     EXPECT_FALSE(allow->isVisible());
     int retries = 0;
