@@ -219,28 +219,21 @@ void LoopbackHttpServer::send(int fd, const HttpResponse& response) {
     head += "Content-Length: " + QByteArray::number(response.body.size()) +
             "\r\nConnection: close\r\n\r\n";
 
-    const auto sendAll = [&](QByteArrayView bytes) -> bool {
-        while (!bytes.isEmpty()) {
+    // The whole message, in pieces when it trickles.
+    const QByteArray message = head + response.body;
+    const qsizetype piece = response.trickleBytes > 0 ? response.trickleBytes : message.size();
+    for (qsizetype at = 0; at < message.size(); at += piece) {
+        if (at > 0 && !pause(response.trickleInterval))
+            return;
+        for (QByteArrayView bytes =
+                 QByteArrayView(message).sliced(at, std::min(piece, message.size() - at));
+             !bytes.isEmpty();) {
             const ssize_t n =
                 ::send(fd, bytes.data(), static_cast<size_t>(bytes.size()), MSG_NOSIGNAL);
             if (n <= 0)
-                return false;
+                return;
             bytes = bytes.sliced(n);
         }
-        return true;
-    };
-    if (response.trickleBytes <= 0) {
-        sendAll(QByteArray(head + response.body));
-        return;
-    }
-    if (!sendAll(head))
-        return;
-    for (qsizetype at = 0; at < response.body.size(); at += response.trickleBytes) {
-        if (at > 0 && !pause(response.trickleInterval))
-            return;
-        if (!sendAll(QByteArrayView(response.body)
-                         .sliced(at, std::min(response.trickleBytes, response.body.size() - at))))
-            return;
     }
 }
 

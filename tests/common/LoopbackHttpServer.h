@@ -37,7 +37,7 @@ struct HttpResponse {
     QByteArray body{};
     // Before anything is sent; a wait longer than the test sends nothing until the server stops.
     std::chrono::milliseconds delay{0};
-    // Send the body in pieces of this many bytes, `trickleInterval` apart (0: all at once).
+    // Send the answer in pieces of this many bytes, `trickleInterval` apart (0: all at once).
     qsizetype trickleBytes = 0;
     std::chrono::milliseconds trickleInterval{0};
 

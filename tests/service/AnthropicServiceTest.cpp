@@ -56,18 +56,14 @@ protected:
     support::LogCapture log_;
 };
 
-// Runs `work` and returns the E it threw; any other end fails the test.
+// Runs `work` and returns the E it threw; any other error, or none, escapes and fails the test.
 template <typename E, typename Work> E caught(Work work) {
     try {
         work();
     } catch (const E& e) {
         return e;
-    } catch (const std::exception& e) {
-        ADD_FAILURE() << "unexpected error: " << e.what();
-        throw;
     }
-    ADD_FAILURE() << "no error";
-    throw std::logic_error("no error");
+    throw std::logic_error("no error where one was expected");
 }
 
 const QRegularExpression
@@ -266,11 +262,7 @@ TEST_F(AnthropicServiceTest, IdleTimeoutEndsASilentExchangeButNotASlowSteadyOne)
 }
 
 TEST_F(AnthropicServiceTest, ATransportFailurePassesThroughReadably) {
-    quint16 closedPort = 0;
-    {
-        const LoopbackHttpServer gone;
-        closedPort = gone.port();
-    }
+    const quint16 closedPort = LoopbackHttpServer().port(); // free again once it is gone
     const AnthropicService refused(
         QUrl(QStringLiteral("http://127.0.0.1:%1/v1/messages").arg(closedPort)), settings_);
     const auto error = caught<service::TransportError>(request(&refused));
