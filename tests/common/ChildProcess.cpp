@@ -112,8 +112,6 @@ ChildProcess::Result ChildProcess::finish(const QByteArray& input,
     closeFd(in_);
     if (WIFEXITED(status))
         result_.exitCode = WEXITSTATUS(status);
-    if (WIFSIGNALED(status))
-        result_.signal = WTERMSIG(status);
     result_.out = contents(out_);
     result_.err = contents(err_);
     return result_;

@@ -17,7 +17,6 @@ public:
     struct Result {
         bool finished = false; // false: it did not end in time and was killed
         int exitCode = -1;     // when it exited normally
-        int signal = 0;        // the signal that ended it, if any
         QByteArray out;        // standard output
         QByteArray err;        // standard error
     };

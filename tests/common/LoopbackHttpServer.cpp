@@ -76,7 +76,7 @@ LoopbackHttpServer::LoopbackHttpServer(quint16 port) {
     acceptor_ = std::thread([this] { acceptLoop(); });
 }
 
-// Stops accepting, wakes every stalled, delayed or blocked answer and waits for all threads.
+// Stops accepting, wakes every delayed or blocked answer and waits for all threads.
 LoopbackHttpServer::~LoopbackHttpServer() {
     {
         const std::lock_guard lock(mutex_);
@@ -112,16 +112,6 @@ std::vector<HttpRequest> LoopbackHttpServer::requests() const {
     return requests_;
 }
 
-int LoopbackHttpServer::connectionCount() const {
-    const std::lock_guard lock(mutex_);
-    return connectionCount_;
-}
-
-int LoopbackHttpServer::maxConcurrentRequests() const {
-    const std::lock_guard lock(mutex_);
-    return maxActive_;
-}
-
 bool LoopbackHttpServer::waitForRequests(int count, std::chrono::milliseconds timeout) {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, timeout,
@@ -139,7 +129,6 @@ void LoopbackHttpServer::acceptLoop() {
         }
         if (fd < 0)
             continue;
-        ++connectionCount_;
         open_.insert(fd);
         // Detached; the destructor waits until every connection thread has left.
         std::thread([this, fd] {
@@ -211,23 +200,11 @@ void LoopbackHttpServer::serve(int fd) {
     {
         const std::lock_guard lock(mutex_);
         requests_.push_back(request);
-        maxActive_ = std::max(maxActive_, ++active_);
         changed_.notify_all();
     }
     const HttpResponse response = answerFor(request);
-    if (response.delay.count() > 0)
-        pause(response.delay);
-    if (response.stall) {
-        // Until the client gives up (its side closes) or the server stops.
-        while (readMore()) {
-        }
-    } else if (!response.closeWithoutAnswer) {
+    if (pause(response.delay))
         send(fd, response);
-    }
-    {
-        const std::lock_guard lock(mutex_);
-        --active_;
-    }
     ::shutdown(fd, SHUT_WR);
     // Let the client read everything and close first, so it never sees a reset.
     while (readMore()) {
@@ -242,28 +219,21 @@ void LoopbackHttpServer::send(int fd, const HttpResponse& response) {
     head += "Content-Length: " + QByteArray::number(response.body.size()) +
             "\r\nConnection: close\r\n\r\n";
 
-    const auto sendAll = [&](QByteArrayView bytes) -> bool {
-        while (!bytes.isEmpty()) {
+    // The whole message, in pieces when it trickles.
+    const QByteArray message = head + response.body;
+    const qsizetype piece = response.trickleBytes > 0 ? response.trickleBytes : message.size();
+    for (qsizetype at = 0; at < message.size(); at += piece) {
+        if (at > 0 && !pause(response.trickleInterval))
+            return;
+        for (QByteArrayView bytes =
+                 QByteArrayView(message).sliced(at, std::min(piece, message.size() - at));
+             !bytes.isEmpty();) {
             const ssize_t n =
                 ::send(fd, bytes.data(), static_cast<size_t>(bytes.size()), MSG_NOSIGNAL);
             if (n <= 0)
-                return false;
+                return;
             bytes = bytes.sliced(n);
         }
-        return true;
-    };
-    if (response.trickleBytes <= 0) {
-        sendAll(QByteArray(head + response.body));
-        return;
-    }
-    if (!sendAll(head))
-        return;
-    for (qsizetype at = 0; at < response.body.size(); at += response.trickleBytes) {
-        if (at > 0 && !pause(response.trickleInterval))
-            return;
-        if (!sendAll(QByteArrayView(response.body)
-                         .sliced(at, std::min(response.trickleBytes, response.body.size() - at))))
-            return;
     }
 }
 

@@ -30,19 +30,16 @@ struct HttpRequest {
     [[nodiscard]] int headerCount(QByteArrayView name) const;
 };
 
+// Every field has a default, so a test names only the ones it sets: {.delay = 1h}.
 struct HttpResponse {
     int status = 200;
-    HttpHeaders headers; // Content-Length and Connection: close are added
-    QByteArray body;
-    // Before anything is sent.
+    HttpHeaders headers{}; // Content-Length and Connection: close are added
+    QByteArray body{};
+    // Before anything is sent; a wait longer than the test sends nothing until the server stops.
     std::chrono::milliseconds delay{0};
-    // Send nothing at all until the client leaves or the server stops.
-    bool stall = false;
-    // Send the body in pieces of this many bytes, `trickleInterval` apart (0: all at once).
+    // Send the answer in pieces of this many bytes, `trickleInterval` apart (0: all at once).
     qsizetype trickleBytes = 0;
     std::chrono::milliseconds trickleInterval{0};
-    // Close the connection without any answer.
-    bool closeWithoutAnswer = false;
 
     [[nodiscard]] static HttpResponse json(int status, QByteArray body);
     // A Messages API answer whose first content block holds `text`.
@@ -69,9 +66,6 @@ public:
     [[nodiscard]] QString url() const; // of the Messages API
 
     [[nodiscard]] std::vector<HttpRequest> requests() const;
-    [[nodiscard]] int connectionCount() const;
-    // The most requests that were being answered at the same moment.
-    [[nodiscard]] int maxConcurrentRequests() const;
     // Blocks until `count` requests have arrived (true) or the timeout passes (false).
     bool waitForRequests(int count, std::chrono::milliseconds timeout = std::chrono::seconds(5));
 
@@ -94,9 +88,6 @@ private:
     Handler handler_;
     std::vector<HttpRequest> requests_;
     std::set<int> open_; // connections whose thread still runs
-    int connectionCount_ = 0;
-    int active_ = 0;
-    int maxActive_ = 0;
 };
 
 } // namespace testutil

@@ -88,7 +88,7 @@ TEST_F(RewriteToolTest, FailuresPrintTheDescriptionAndExitNonZero) {
         EXPECT_TRUE(result.err.startsWith("mendwise-rewrite: standard input"))
             << result.err.constData();
     }
-    EXPECT_EQ(server_.connectionCount(), 1);
+    EXPECT_EQ(server_.requests().size(), 1U);
 
     store_.remove(QStringLiteral("anthropic_api_key"));
     store_.sync();
@@ -98,5 +98,5 @@ TEST_F(RewriteToolTest, FailuresPrintTheDescriptionAndExitNonZero) {
 
     result = run("text", {QStringLiteral("stray")});
     EXPECT_EQ(result.exitCode, 2);
-    EXPECT_EQ(server_.connectionCount(), 1);
+    EXPECT_EQ(server_.requests().size(), 1U);
 }

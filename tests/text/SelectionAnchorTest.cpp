@@ -46,69 +46,53 @@ TEST_F(SelectionAnchorTest, BelowTheRightEndOfTheSelection) {
     EXPECT_EQ(anchorOf(), (Point{140, 682}));
 }
 
-TEST_F(SelectionAnchorTest, FallsBackToTheFocusedElement) {
-    // No selected-text range at all.
-    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedTextRange"),
-                      AXAnswer::failure(platform::ax::attributeUnsupported));
-    EXPECT_EQ(anchorOf(), (Point{250, 500}));
-    desktop.clearAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedTextRange"));
-
-    // A range, but its bounds fail; then bounds of the wrong kind.
-    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXBoundsForRange"),
-                      AXAnswer::failure(platform::ax::cannotComplete));
-    EXPECT_EQ(anchorOf(), (Point{250, 500}));
-    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXBoundsForRange"),
-                      AXAnswer::with(Point{1, 2}));
-    desktop.clearAccessibilityCalls();
-    EXPECT_EQ(anchorOf(), (Point{250, 500}));
-    EXPECT_THAT(desktop.accessibilityCallLog(),
-                ElementsAre(QStringLiteral("isProcessTrusted"),
-                            QStringLiteral("createApplication 42"),
-                            QStringLiteral("read 42 application AXFocusedUIElement"),
-                            QStringLiteral("read 42 focused AXSelectedTextRange"),
-                            QStringLiteral("readParameterized 42 focused AXBoundsForRange"),
-                            QStringLiteral("read 42 focused AXPosition"),
-                            QStringLiteral("read 42 focused AXSize")));
-
-    // A range that is present but empty-valued goes straight to the element.
-    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSelectedTextRange"),
-                      AXAnswer::noValue());
-    EXPECT_EQ(anchorOf(), (Point{250, 500}));
-
-    // An element position of the wrong kind counts as zero.
-    desktop.setSelectionBounds(editorPid, std::nullopt);
-    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXPosition"),
-                      AXAnswer::with(platform::Size{7, 7}));
-    EXPECT_EQ(anchorOf(), (Point{200, 600}));
+// Without usable bounds of the selection, the middle of the focused element; without its frame
+// either, no anchor. One answer differs in each case.
+TEST_F(SelectionAnchorTest, FallsBackToTheFocusedElementThenToNone) {
+    const std::optional<Point> middle = Point{250, 500};
+    const struct {
+        bool bounds; // whether the selection has any
+        Element element;
+        const char* attribute;
+        AXAnswer answer;
+        std::optional<Point> anchor;
+    } cases[] = {
+        {true, Element::focused, "AXSelectedTextRange",
+         AXAnswer::failure(platform::ax::attributeUnsupported), middle},
+        {true, Element::focused, "AXSelectedTextRange", AXAnswer::noValue(), middle},
+        {true, Element::focused, "AXBoundsForRange",
+         AXAnswer::failure(platform::ax::cannotComplete), middle},
+        {true, Element::focused, "AXBoundsForRange", AXAnswer::with(Point{1, 2}), middle},
+        // An element position of the wrong kind counts as zero.
+        {false, Element::focused, "AXPosition", AXAnswer::with(platform::Size{7, 7}),
+         Point{200, 600}},
+        {false, Element::focused, "AXPosition", AXAnswer::failure(platform::ax::cannotComplete),
+         std::nullopt},
+        {false, Element::focused, "AXSize", AXAnswer::failure(platform::ax::attributeUnsupported),
+         std::nullopt},
+        {false, Element::focused, "AXSize", AXAnswer::noValue(), std::nullopt},
+        {true, Element::application, "AXFocusedUIElement", AXAnswer::noValue(), std::nullopt},
+    };
+    for (const auto& c : cases) {
+        const QString attribute = QString::fromLatin1(c.attribute);
+        desktop.setSelectionBounds(editorPid, c.bounds ? std::optional(Rect{100, 200, 300, 20})
+                                                       : std::nullopt);
+        desktop.setAnswer(editorPid, c.element, attribute, c.answer);
+        desktop.clearAccessibilityCalls();
+        EXPECT_EQ(anchorOf(), c.anchor) << c.attribute;
+        if (c.answer.error != platform::ax::success && attribute == u"AXPosition") {
+            EXPECT_FALSE(desktop.accessibilityCallLog().contains(
+                QStringLiteral("read 42 focused AXSize"))); // never asked without a position
+        }
+        desktop.clearAnswer(editorPid, c.element, attribute);
+    }
 }
 
-TEST_F(SelectionAnchorTest, NoAnchorWithoutUsableGeometryFocusOrTrust) {
-    desktop.setSelectionBounds(editorPid, std::nullopt);
-
-    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSize"),
-                      AXAnswer::failure(platform::ax::attributeUnsupported));
-    EXPECT_EQ(anchorOf(), std::nullopt);
-
-    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXSize"), AXAnswer::noValue());
-    EXPECT_EQ(anchorOf(), std::nullopt);
-
-    // A failed position read means the size is never asked for.
-    desktop.setAnswer(editorPid, Element::focused, QStringLiteral("AXPosition"),
-                      AXAnswer::failure(platform::ax::cannotComplete));
-    desktop.clearAccessibilityCalls();
-    EXPECT_EQ(anchorOf(), std::nullopt);
-    EXPECT_FALSE(desktop.accessibilityCallLog().contains(QStringLiteral("read 42 focused AXSize")));
-
-    // No focused element, or one without a value.
+TEST_F(SelectionAnchorTest, NoAnchorWithoutFocusOrTrust) {
+    // No focused element, or an application that is gone.
     desktop.setFocusedElement(editorPid, false);
     EXPECT_EQ(anchorOf(), std::nullopt);
-
     desktop.setFocusedElement(editorPid, true);
-    desktop.setAnswer(editorPid, Element::application, QStringLiteral("AXFocusedUIElement"),
-                      AXAnswer::noValue());
-    EXPECT_EQ(anchorOf(), std::nullopt);
-
-    // An application that is gone.
     EXPECT_EQ(anchorOf(9999), std::nullopt);
 
     // Without trust, no application is asked at all.

@@ -42,37 +42,33 @@ int main(int argc, char** argv) {
     parser.setApplicationDescription(QStringLiteral(
         "Serves a scripted Messages API answer on 127.0.0.1 until SIGINT or SIGTERM."));
     parser.addHelpOption();
-    const QCommandLineOption portOption(QStringLiteral("port"),
-                                        QStringLiteral("Port to listen on (0: any free port)."),
-                                        QStringLiteral("N"), QStringLiteral("0"));
-    const QCommandLineOption answerOption(QStringLiteral("answer"),
-                                          QStringLiteral("Answer every request with this text."),
-                                          QStringLiteral("TEXT"), QStringLiteral("Fixed."));
-    const QCommandLineOption echoOption(QStringLiteral("echo"),
-                                        QStringLiteral("Answer with the request's own text."));
-    const QCommandLineOption statusOption(
-        QStringLiteral("status"),
-        QStringLiteral("Answer with this status and the --body-file body instead."),
-        QStringLiteral("N"));
-    const QCommandLineOption bodyFileOption(QStringLiteral("body-file"),
-                                            QStringLiteral("Raw response body for --status."),
-                                            QStringLiteral("FILE"));
-    const QCommandLineOption delayOption(QStringLiteral("delay-ms"),
-                                         QStringLiteral("Wait this long before answering."),
-                                         QStringLiteral("MS"), QStringLiteral("0"));
-    const QCommandLineOption logOption(
-        QStringLiteral("log"), QStringLiteral("Append each request to FILE as a JSON line."),
-        QStringLiteral("FILE"));
-    parser.addOptions({portOption, answerOption, echoOption, statusOption, bodyFileOption,
-                       delayOption, logOption});
+    parser.addOptions({
+        {QStringLiteral("port"), QStringLiteral("Port to listen on (0: any free port)."),
+         QStringLiteral("N"), QStringLiteral("0")},
+        {QStringLiteral("answer"), QStringLiteral("Answer every request with this text."),
+         QStringLiteral("TEXT"), QStringLiteral("Fixed.")},
+        {QStringLiteral("echo"), QStringLiteral("Answer with the request's own text.")},
+        {QStringLiteral("status"),
+         QStringLiteral("Answer with this status and the --body-file body instead."),
+         QStringLiteral("N")},
+        {QStringLiteral("body-file"), QStringLiteral("Raw response body for --status."),
+         QStringLiteral("FILE")},
+        {QStringLiteral("delay-ms"), QStringLiteral("Wait this long before answering."),
+         QStringLiteral("MS"), QStringLiteral("0")},
+        {QStringLiteral("log"), QStringLiteral("Append each request to FILE as a JSON line."),
+         QStringLiteral("FILE")},
+    });
     parser.process(app);
+    const auto option = [&parser](const char* name) {
+        return parser.value(QString::fromLatin1(name));
+    };
 
     QByteArray rawBody;
-    if (parser.isSet(bodyFileOption)) {
-        QFile file(parser.value(bodyFileOption));
+    if (!option("body-file").isEmpty()) {
+        QFile file(option("body-file"));
         if (!file.open(QIODevice::ReadOnly)) {
             std::fprintf(stderr, "fake-messages-api: cannot read %s\n",
-                         qPrintable(parser.value(bodyFileOption)));
+                         qPrintable(option("body-file")));
             return 2;
         }
         rawBody = file.readAll();
@@ -87,19 +83,18 @@ int main(int argc, char** argv) {
 
     std::unique_ptr<testutil::LoopbackHttpServer> listening;
     try {
-        listening =
-            std::make_unique<testutil::LoopbackHttpServer>(parser.value(portOption).toUShort());
+        listening = std::make_unique<testutil::LoopbackHttpServer>(option("port").toUShort());
     } catch (const std::exception& e) {
         std::fprintf(stderr, "fake-messages-api: %s (port %s)\n", e.what(),
-                     qPrintable(parser.value(portOption)));
+                     qPrintable(option("port")));
         return 1;
     }
     testutil::LoopbackHttpServer& server = *listening;
-    const QString logPath = parser.value(logOption);
-    const bool echo = parser.isSet(echoOption);
-    const QString answer = parser.value(answerOption);
-    const int status = parser.isSet(statusOption) ? parser.value(statusOption).toInt() : 0;
-    const std::chrono::milliseconds delay(parser.value(delayOption).toInt());
+    const QString logPath = option("log");
+    const bool echo = parser.isSet(QStringLiteral("echo"));
+    const QString answer = option("answer");
+    const int status = option("status").toInt(); // 0 when not set
+    const std::chrono::milliseconds delay(option("delay-ms").toInt());
     std::mutex logMutex;
     server.setHandler([&](const HttpRequest& request) {
         if (!logPath.isEmpty()) {
