@@ -7,6 +7,7 @@
 #include "service/AppSettings.h"
 #include "support/Background.h"
 #include "support/Log.h"
+#include "support/SettingsFormat.h"
 #include "tests/common/LoopbackHttpServer.h"
 #include "tests/common/TestUtil.h"
 #include "tests/hotkeys/HotkeysFixture.h"
@@ -43,7 +44,7 @@ protected:
         ASSERT_TRUE(storeDir.isValid());
         settings = std::make_unique<AppSettings>(
             std::make_unique<QSettings>(storeDir.filePath(QStringLiteral("Mendwise.conf")),
-                                        QSettings::IniFormat),
+                                        support::settingsFormat()),
             loginItem);
         settings->setApiKey(QStringLiteral("sk-ant-test-key"));
 

@@ -5,6 +5,7 @@
 #include "support/Background.h"
 #include "support/Graphemes.h"
 #include "support/Log.h"
+#include "support/SettingsFormat.h"
 #include "tests/common/ChildProcess.h"
 #include "tests/common/LoopbackHttpServer.h"
 #include "tests/common/TestUtil.h"
@@ -31,7 +32,7 @@ class AnthropicServiceTest : public ::testing::Test {
 protected:
     AnthropicServiceTest()
         : settings_(std::make_unique<QSettings>(dir_.filePath(QStringLiteral("s.conf")),
-                                                QSettings::IniFormat),
+                                                support::settingsFormat()),
                     loginItem_) {
         settings_.setApiKey(QStringLiteral("sk-ant-api03-abcdefghij"));
     }

@@ -30,7 +30,7 @@ protected:
 
     std::unique_ptr<AppSettings> load() {
         return std::make_unique<AppSettings>(
-            std::make_unique<QSettings>(path(), QSettings::IniFormat), loginItem_);
+            std::make_unique<QSettings>(path(), support::settingsFormat()), loginItem_);
     }
 
     void writeStore(const QByteArray& ini) {
@@ -115,7 +115,9 @@ TEST_F(AppSettingsTest, UnknownModelFallsBackToHaikuAndStaysInTheStore) {
         const auto settings = load();
         EXPECT_EQ(settings->selectedModel(), ClaudeModel::haiku) << stored.constData();
         settings->setSystemPrompt(QStringLiteral("edited")); // a write of another key
-        EXPECT_EQ(storedText(AppSettings::modelKey), stored);
+        // Rewritten with the file, as the text it read: quoted, as every string is written.
+        EXPECT_EQ(storedText(AppSettings::modelKey),
+                  stored.startsWith('"') ? stored : '"' + stored + '"');
     }
 }
 
@@ -158,9 +160,9 @@ TEST_F(AppSettingsTest, EveryAssignmentIsAnnouncedBeforeAndWrittenAtOnce) {
         QByteArray stored;
     } cases[] = {
         {"apiKey", QStringLiteral(" sk-ant-new "), AppSettings::apiKeyKey, "\" sk-ant-new \""},
-        {"systemPrompt", QStringLiteral("Be brief"), AppSettings::systemPromptKey, "Be brief"},
+        {"systemPrompt", QStringLiteral("Be brief"), AppSettings::systemPromptKey, "\"Be brief\""},
         {"selectedModel", QVariant::fromValue(ClaudeModel(ClaudeModel::sonnet)),
-         AppSettings::modelKey, "claude-sonnet-4-6"},
+         AppSettings::modelKey, "\"claude-sonnet-4-6\""},
         {"launchAtLogin", true, AppSettings::launchAtLoginKey, "true"},
         {"showMenuBarIcon", false, AppSettings::showMenuBarIconKey, "false"},
         {"autoFixOnTrigger", true, AppSettings::autoFixOnTriggerKey, "true"},

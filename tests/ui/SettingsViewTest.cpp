@@ -6,6 +6,7 @@
 #include "platform/sim/SimDesktop.h"
 #include "platform/sim/SimLoginItem.h"
 #include "service/AppSettings.h"
+#include "support/SettingsFormat.h"
 #include "tests/common/TestUtil.h"
 #include "tests/hotkeys/AlertAnswerer.h"
 #include "tests/hotkeys/HotkeysFixture.h"
@@ -30,7 +31,7 @@ class SettingsViewTest : public HotkeysTest {
 protected:
     SettingsViewTest()
         : settings(std::make_unique<QSettings>(home.filePath(QStringLiteral("settings.ini")),
-                                               QSettings::IniFormat),
+                                               support::settingsFormat()),
                    loginItem) {}
 
     void SetUp() override {
