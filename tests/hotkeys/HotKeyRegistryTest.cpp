@@ -129,13 +129,12 @@ TEST_F(Registry, OpenMenuMatchesRawKeysAndReRegistersUnderTheSameIds) {
 // The status the popover and the settings read: set by a refusal, cleared by a registration
 // that holds, and settable from outside (a desktop that refuses later).
 TEST_F(Registry, ARefusedShortcutIsKnownUntilARegistrationHolds) {
-    int posts = 0;
-    const auto observer = support::NotificationCenter::defaultCenter().addObserver(
-        QString::fromLatin1(registrationStatusDidChange), [&](const auto&) { ++posts; });
     // A refusal and a registration that holds after it: on the real desktop, in
     // tests/hotkeys/X11HotKeysTest.cpp (the popover's text).
     const Name name(QStringLiteral("trigger"), commandShiftK);
-    posts = 0;
+    int posts = 0;
+    const auto observer = support::NotificationCenter::defaultCenter().addObserver(
+        QString::fromLatin1(registrationStatusDidChange), [&](const auto&) { ++posts; });
     setRegistrationError(name, QStringLiteral("Refused by the desktop"));
     EXPECT_EQ(registrationError(name), QStringLiteral("Refused by the desktop"));
     setRegistrationError(name, QStringLiteral("Refused by the desktop"));
@@ -144,9 +143,7 @@ TEST_F(Registry, ARefusedShortcutIsKnownUntilARegistrationHolds) {
     // Lost when the keyboard mapping changes, back at the next change.
     setRegistrationError(name, std::nullopt);
     hotKeys->refuse(40, 768);
-    support::LogCapture log;
     hotKeys->remapKeyboard();
-    EXPECT_EQ(log.records(), QStringList{QStringLiteral("Error registering hotkey ⇧⌘K: -9878")});
     EXPECT_EQ(registrationError(name), QStringLiteral("Ctrl+Shift+K is used by another program"));
     hotKeys->allow(40, 768);
     hotKeys->remapKeyboard();
