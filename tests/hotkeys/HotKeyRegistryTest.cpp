@@ -64,21 +64,8 @@ TEST_F(Registry, IdsCountUpAndARefusalConsumesItsId) {
                                           QStringLiteral("Error registering hotkey \uFFFD: -50")}));
 }
 
-TEST_F(Registry, ForeignOrUnknownHotKeysPassOn) {
-    registerCounting(commandShiftJ);
-    const auto foreign = HotKeyID{platform::fourCharCode("ABCD"), 1};
-    EXPECT_EQ(hotKeys->deliver(HotKeyEvent{HotKeyEventKind::hotKeyPressed, foreign, {}, {}}),
-              osstatus::eventNotHandledErr);
-    const auto unknown = HotKeyID{HotKeyRegistry::signature, 99};
-    EXPECT_EQ(hotKeys->deliver(HotKeyEvent{HotKeyEventKind::hotKeyReleased, unknown, {}, {}}),
-              osstatus::eventNotHandledErr);
-    EXPECT_EQ(hotKeys->deliver(HotKeyEvent{HotKeyEventKind::hotKeyPressed, {}, {}, {}}),
-              osstatus::eventParameterNotFoundErr);
-    EXPECT_TRUE(downs.isEmpty());
-    EXPECT_TRUE(ups.isEmpty());
-}
-
-TEST_F(Registry, DuplicatesAreAllRemovedTogether) {
+// Duplicates go together; hot keys not ours, or ours no more, pass on.
+TEST_F(Registry, DuplicatesGoTogetherAndUnknownHotKeysPassOn) {
     registerCounting(commandShiftJ);
     registerCounting(commandShiftJ);
     registerCounting(optionSpace);
@@ -86,6 +73,17 @@ TEST_F(Registry, DuplicatesAreAllRemovedTogether) {
     HotKeyRegistry::unregisterHotKey(commandShiftJ);
     EXPECT_EQ(ids(), QList<std::int64_t>{3});
     EXPECT_EQ(hotKeys->registrations().size(), 1);
+
+    const auto foreign = HotKeyID{platform::fourCharCode("ABCD"), 3};
+    EXPECT_EQ(hotKeys->deliver(HotKeyEvent{HotKeyEventKind::hotKeyPressed, foreign, {}, {}}),
+              osstatus::eventNotHandledErr);
+    const auto removed = HotKeyID{HotKeyRegistry::signature, 1};
+    EXPECT_EQ(hotKeys->deliver(HotKeyEvent{HotKeyEventKind::hotKeyReleased, removed, {}, {}}),
+              osstatus::eventNotHandledErr);
+    EXPECT_EQ(hotKeys->deliver(HotKeyEvent{HotKeyEventKind::hotKeyPressed, {}, {}, {}}),
+              osstatus::eventParameterNotFoundErr);
+    EXPECT_TRUE(downs.isEmpty());
+    EXPECT_TRUE(ups.isEmpty());
 }
 
 TEST_F(Registry, OpenMenuMatchesRawKeysAndReRegistersUnderTheSameIds) {
