@@ -73,7 +73,9 @@ TEST_F(Storage, DefaultIsWrittenOnceAndNeverOverwritesTheUsersChoice) {
     EXPECT_EQ(shortcut(recreated), commandShiftJ);
 }
 
-TEST_F(Storage, ClearingWithAndWithoutDefaultAndRefusingOutOfRange) {
+// Clearing writes the false marker for a name with a default and removes the entry of one
+// without; reset all removes shortcuts alone, keeping the markers and every other setting.
+TEST_F(Storage, ClearingResettingAllAndRefusingOutOfRange) {
     const Name withDefault(QStringLiteral("a"), commandShiftJ);
     const Name withoutDefault(QStringLiteral("b"));
     setShortcut(commandK, withoutDefault);
@@ -98,6 +100,17 @@ TEST_F(Storage, ClearingWithAndWithoutDefaultAndRefusingOutOfRange) {
     setShortcut(std::nullopt, withoutDefault);
     EXPECT_EQ(changed.size(), 2);
     EXPECT_FALSE(hasStoredValue(withoutDefault));
+
+    setShortcut(commandK, withoutDefault);
+    store().setValue(QStringLiteral("apiKey"), QStringLiteral("secret"));
+    changed.clear();
+    EXPECT_EQ(storedNames(), (QSet<Name>{withDefault, withoutDefault}));
+    resetAll();
+    EXPECT_FALSE(hasStoredValue(withoutDefault));
+    EXPECT_FALSE(hotKeys->isRegistered(40, 256));
+    EXPECT_EQ(store().value(QStringLiteral("Hotkeys_a")).toBool(), false);
+    EXPECT_EQ(store().value(QStringLiteral("apiKey")).toString(), QStringLiteral("secret"));
+    EXPECT_EQ(changed, QList<Name>{withoutDefault});
 }
 
 TEST_F(Storage, MalformedEntriesReadAsNoShortcutAndStayUntouched) {
@@ -126,25 +139,6 @@ TEST_F(Storage, MalformedEntriesReadAsNoShortcutAndStayUntouched) {
         name.storageKey(),
         QStringLiteral(R"( { "carbonModifiers" : 4294967295, "carbonKeyCode": 65535 } )"));
     EXPECT_EQ(shortcut(name), Shortcut(65535, 4294967295));
-}
-
-TEST_F(Storage, ResetAllRemovesShortcutsAndKeepsFalseMarkers) {
-    const Name shortcutName(QStringLiteral("x"));
-    const Name cleared(QStringLiteral("y"), commandShiftJ);
-    setShortcut(commandK, shortcutName);
-    setShortcut(std::nullopt, cleared);
-    store().setValue(QStringLiteral("apiKey"), QStringLiteral("secret"));
-    changed.clear();
-
-    EXPECT_EQ(storedNames(), (QSet<Name>{shortcutName, cleared}));
-    resetAll();
-
-    EXPECT_FALSE(hasStoredValue(shortcutName));
-    EXPECT_FALSE(hotKeys->isRegistered(40, 256));
-    EXPECT_TRUE(hasStoredValue(cleared));
-    EXPECT_EQ(store().value(QStringLiteral("Hotkeys_y")).toBool(), false);
-    EXPECT_EQ(store().value(QStringLiteral("apiKey")).toString(), QStringLiteral("secret"));
-    EXPECT_EQ(changed, QList<Name>{shortcutName});
 }
 
 TEST_F(ShortcutModel, EnableDisableAndTheGlobalSwitch) {
