@@ -19,7 +19,6 @@ const Shortcut commandK(Key::k, eventflags::command);
 using ShortcutModel = HotkeysTest;
 using Storage = HotkeysTest;
 using Actions = HotkeysTest;
-using Streams = HotkeysTest;
 
 // Each modifier's own bit shows in the descriptions (tests/hotkeys/DescriptionTest.cpp).
 TEST(ShortcutValues, UnknownModifierBitsDropAndTheFunctionBitStaysOutOfEvents) {
@@ -141,22 +140,6 @@ TEST_F(Storage, MalformedEntriesReadAsNoShortcutAndStayUntouched) {
     EXPECT_EQ(shortcut(name), Shortcut(65535, 4294967295));
 }
 
-TEST_F(ShortcutModel, EnableDisableAndTheGlobalSwitch) {
-    const Name name(QStringLiteral("n"), commandShiftJ);
-    EXPECT_TRUE(isEnabled(name));
-    disable({name}); // the grab let go: tests/hotkeys/X11HotKeysTest.cpp
-    EXPECT_FALSE(isEnabled(name));
-    EXPECT_EQ(shortcut(name), commandShiftJ);
-    enable({name});
-    EXPECT_TRUE(isEnabled(name));
-
-    setShortcutsEnabled(false);
-    EXPECT_FALSE(isEnabled(name));
-    setShortcutsEnabled(true);
-    EXPECT_TRUE(isEnabled(name));
-    EXPECT_FALSE(isEnabled(Name(QStringLiteral("unset"))));
-}
-
 TEST_F(Actions, TwoNamesWithOneShortcutBothRunInOrder) {
     const Name first(QStringLiteral("first"));
     const Name second(QStringLiteral("second"));
@@ -210,8 +193,22 @@ TEST_F(Actions, RecorderActivityBlocksThemAndStreamsKeepTheirHotKeys) {
     EXPECT_FALSE(hotKeys->isRegistered(38, 768));
 }
 
-TEST_F(Streams, SinksJoinLaterAndLeaveAtOnce) {
+// A name's enabled state; then its streams, which join late and leave at once.
+TEST_F(ShortcutModel, EnabledStateAndStreamsThatJoinLaterAndLeaveAtOnce) {
     const Name name(QStringLiteral("n"), commandShiftJ);
+    EXPECT_TRUE(isEnabled(name));
+    disable({name}); // the grab let go: tests/hotkeys/X11HotKeysTest.cpp
+    EXPECT_FALSE(isEnabled(name));
+    EXPECT_EQ(shortcut(name), commandShiftJ);
+    enable({name});
+    EXPECT_TRUE(isEnabled(name));
+
+    setShortcutsEnabled(false);
+    EXPECT_FALSE(isEnabled(name));
+    setShortcutsEnabled(true);
+    EXPECT_TRUE(isEnabled(name));
+    EXPECT_FALSE(isEnabled(Name(QStringLiteral("unset"))));
+
     disable({name});
     QList<EventType> all;
     int releases = 0;
