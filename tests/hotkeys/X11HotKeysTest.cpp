@@ -98,8 +98,6 @@ protected:
 // lock keys are on.
 TEST_F(X11Hotkeys, HoldingTheCombinationOrALockKeyFiresOnce) {
     bind();
-    EXPECT_GT(hotKeys->grabCount(), 0);
-    EXPECT_TRUE(hotKeys->detectableAutoRepeat());
     x11test::xdotool({QStringLiteral("keydown"), QStringLiteral("ctrl+shift+j")});
     testutil::processEventsFor(1200ms); // Xvfb starts repeating after about 660 ms
     EXPECT_EQ(happened, QStringList{QStringLiteral("down")});
