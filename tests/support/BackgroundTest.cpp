@@ -19,7 +19,7 @@ TEST(Background, OutcomeArrivesOnTheMainThreadWhileItsContextLives) {
     std::atomic<bool> ranInBackground{false};
     runInBackground<int>(
         &context,
-        [&](std::stop_token) {
+        [&](const std::stop_token&) {
             ranInBackground = !isMainThread();
             return 42;
         },
@@ -39,11 +39,11 @@ TEST(Background, OutcomeArrivesOnTheMainThreadWhileItsContextLives) {
         QObject gone;
         runInBackground<void>(
             &gone,
-            [&](std::stop_token stop) {
+            [&](const std::stop_token& stop) {
                 sleepFor(stop, 50ms);
                 finished = true;
             },
-            [&](Outcome<void>) { delivered = true; });
+            [&](const Outcome<void>&) { delivered = true; });
     }
     ASSERT_TRUE(testutil::waitUntil([&] { return finished.load(); }));
     testutil::processEventsFor(50ms);
@@ -55,7 +55,7 @@ TEST(Background, CancellationEndsAWaitAtOnce) {
     std::optional<Outcome<void>> result;
     const auto started = std::chrono::steady_clock::now();
     TaskHandle handle = runInBackground<void>(
-        &context, [](std::stop_token stop) { sleepFor(stop, 10s); },
+        &context, [](const std::stop_token& stop) { sleepFor(stop, 10s); },
         [&](Outcome<void> outcome) { result = std::move(outcome); });
     QThread::msleep(20);
     handle.cancel();
