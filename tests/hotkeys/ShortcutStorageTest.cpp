@@ -47,8 +47,7 @@ TEST_F(Storage, DefaultIsWrittenOnceAndNeverOverwritesTheUsersChoice) {
     EXPECT_EQ(store().value(QStringLiteral("Hotkeys_trigger")).toString(),
               QStringLiteral(R"({"carbonKeyCode":38,"carbonModifiers":768})"));
     ASSERT_EQ(changed.size(), 1);
-    EXPECT_EQ(changed[0].rawValue(), QStringLiteral("trigger"));
-    EXPECT_TRUE(hotKeys->isRegistered(38, 768));
+    EXPECT_EQ(changed[0].rawValue(), QStringLiteral("trigger")); // its grab: the X11 test
 
     relaunch();
     EXPECT_EQ(shortcut(Name(QStringLiteral("trigger"), commandK)), commandShiftJ);
