@@ -18,19 +18,17 @@ public:
                 texts << box->text();
                 details << box->informativeText();
                 buttons.clear();
-                QAbstractButton* pick = box->buttons().constLast();
-                for (QAbstractButton* button : box->buttons()) {
+                for (QAbstractButton* button : box->buttons())
                     buttons << button->text();
-                    if (button->text() == this->answer)
-                        pick = button;
-                }
-                pick->click();
+                box->buttons()
+                    .value(buttons.indexOf(this->answer), box->buttons().constLast())
+                    ->click();
             }
         });
         timer_.start(10);
     }
 
-    QString answer;
+    QString answer;      // may change between boxes
     QStringList texts;   // of every box answered, in order
     QStringList details; // their informative texts
     QStringList buttons; // the last box's button titles

@@ -64,21 +64,8 @@ TEST_F(Registry, IdsCountUpAndARefusalConsumesItsId) {
                                           QStringLiteral("Error registering hotkey \uFFFD: -50")}));
 }
 
-TEST_F(Registry, ForeignOrUnknownHotKeysPassOn) {
-    registerCounting(commandShiftJ);
-    const auto foreign = HotKeyID{platform::fourCharCode("ABCD"), 1};
-    EXPECT_EQ(hotKeys->deliver(HotKeyEvent{HotKeyEventKind::hotKeyPressed, foreign, {}, {}}),
-              osstatus::eventNotHandledErr);
-    const auto unknown = HotKeyID{HotKeyRegistry::signature, 99};
-    EXPECT_EQ(hotKeys->deliver(HotKeyEvent{HotKeyEventKind::hotKeyReleased, unknown, {}, {}}),
-              osstatus::eventNotHandledErr);
-    EXPECT_EQ(hotKeys->deliver(HotKeyEvent{HotKeyEventKind::hotKeyPressed, {}, {}, {}}),
-              osstatus::eventParameterNotFoundErr);
-    EXPECT_TRUE(downs.isEmpty());
-    EXPECT_TRUE(ups.isEmpty());
-}
-
-TEST_F(Registry, DuplicatesAreAllRemovedTogether) {
+// Duplicates go together; hot keys not ours, or ours no more, pass on.
+TEST_F(Registry, DuplicatesGoTogetherAndUnknownHotKeysPassOn) {
     registerCounting(commandShiftJ);
     registerCounting(commandShiftJ);
     registerCounting(optionSpace);
@@ -86,6 +73,17 @@ TEST_F(Registry, DuplicatesAreAllRemovedTogether) {
     HotKeyRegistry::unregisterHotKey(commandShiftJ);
     EXPECT_EQ(ids(), QList<std::int64_t>{3});
     EXPECT_EQ(hotKeys->registrations().size(), 1);
+
+    const auto foreign = HotKeyID{platform::fourCharCode("ABCD"), 3};
+    EXPECT_EQ(hotKeys->deliver(HotKeyEvent{HotKeyEventKind::hotKeyPressed, foreign, {}, {}}),
+              osstatus::eventNotHandledErr);
+    const auto removed = HotKeyID{HotKeyRegistry::signature, 1};
+    EXPECT_EQ(hotKeys->deliver(HotKeyEvent{HotKeyEventKind::hotKeyReleased, removed, {}, {}}),
+              osstatus::eventNotHandledErr);
+    EXPECT_EQ(hotKeys->deliver(HotKeyEvent{HotKeyEventKind::hotKeyPressed, {}, {}, {}}),
+              osstatus::eventParameterNotFoundErr);
+    EXPECT_TRUE(downs.isEmpty());
+    EXPECT_TRUE(ups.isEmpty());
 }
 
 TEST_F(Registry, OpenMenuMatchesRawKeysAndReRegistersUnderTheSameIds) {
@@ -105,10 +103,9 @@ TEST_F(Registry, OpenMenuMatchesRawKeysAndReRegistersUnderTheSameIds) {
     ASSERT_TRUE(testutil::waitUntil([&] { return submenu->isVisible(); }));
     submenu->hide();
     EXPECT_TRUE(menuIsOpen()) << "the outer menu is still open";
-    EXPECT_EQ(hotKeys->listenedKinds(),
-              (std::set<HotKeyEventKind>{HotKeyEventKind::rawKeyDown, HotKeyEventKind::rawKeyUp}));
 
-    // Caps Lock (0x400) in the raw modifiers is dropped before matching.
+    // Raw keys are listened to (the desktop delivers only those listened to). Caps Lock (0x400) in
+    // the raw modifiers is dropped before matching.
     EXPECT_EQ(hotKeys->rawKeyDown(38, 768 | 0x400), osstatus::noErr);
     EXPECT_EQ(fired, 1);
     EXPECT_EQ(hotKeys->rawKeyDown(38, 0x100), osstatus::eventNotHandledErr);
@@ -129,13 +126,12 @@ TEST_F(Registry, OpenMenuMatchesRawKeysAndReRegistersUnderTheSameIds) {
 // The status the popover and the settings read: set by a refusal, cleared by a registration
 // that holds, and settable from outside (a desktop that refuses later).
 TEST_F(Registry, ARefusedShortcutIsKnownUntilARegistrationHolds) {
-    int posts = 0;
-    const auto observer = support::NotificationCenter::defaultCenter().addObserver(
-        QString::fromLatin1(registrationStatusDidChange), [&](const auto&) { ++posts; });
     // A refusal and a registration that holds after it: on the real desktop, in
     // tests/hotkeys/X11HotKeysTest.cpp (the popover's text).
     const Name name(QStringLiteral("trigger"), commandShiftK);
-    posts = 0;
+    int posts = 0;
+    const auto observer = support::NotificationCenter::defaultCenter().addObserver(
+        QString::fromLatin1(registrationStatusDidChange), [&](const auto&) { ++posts; });
     setRegistrationError(name, QStringLiteral("Refused by the desktop"));
     EXPECT_EQ(registrationError(name), QStringLiteral("Refused by the desktop"));
     setRegistrationError(name, QStringLiteral("Refused by the desktop"));
@@ -144,9 +140,7 @@ TEST_F(Registry, ARefusedShortcutIsKnownUntilARegistrationHolds) {
     // Lost when the keyboard mapping changes, back at the next change.
     setRegistrationError(name, std::nullopt);
     hotKeys->refuse(40, 768);
-    support::LogCapture log;
     hotKeys->remapKeyboard();
-    EXPECT_EQ(log.records(), QStringList{QStringLiteral("Error registering hotkey ⇧⌘K: -9878")});
     EXPECT_EQ(registrationError(name), QStringLiteral("Ctrl+Shift+K is used by another program"));
     hotKeys->allow(40, 768);
     hotKeys->remapKeyboard();
@@ -173,10 +167,8 @@ TEST_F(Registry, SwitchingShortcutsOffWithdrawsAndKeepsEntriesUntilARefusal) {
     registerCounting(commandShiftK);
     setShortcutsEnabled(false);
     hotKeys->refuse(38, 768, -9878);
-    support::LogCapture log;
     setShortcutsEnabled(true);
     EXPECT_EQ(ids(), QList<std::int64_t>{2});
-    EXPECT_EQ(log.records(), QStringList{QStringLiteral("Error registering hotkey ⇧⌘J: -9878")});
 }
 
 TEST_F(Registry, SystemHotKeysKeepEnabledWellFormedEntriesInOrder) {

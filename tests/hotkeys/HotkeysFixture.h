@@ -9,9 +9,11 @@
 #include <QSettings>
 #include <gtest/gtest.h>
 
-// Every test starts from an empty defaults store and fresh subsystem state over a simulated
-// desktop.
-class HotkeysTest : public ::testing::Test {
+// Every test starts from an empty defaults store and fresh subsystem state, over simulated hot
+// keys and layout or over a desktop's own (made by their create(), which fails off that desktop).
+template <class HotKeys = platform::sim::SimHotKeys,
+          class Layout = platform::sim::SimKeyboardLayout>
+class HotkeysOver : public ::testing::Test {
 public:
     static QSettings& store() {
         static QSettings settings(QStringLiteral("Mendwise"), QStringLiteral("Mendwise"));
@@ -20,8 +22,9 @@ public:
 
 protected:
     void SetUp() override {
+        ASSERT_TRUE(hotKeys && layout) << "not on the desktop these hot keys need";
         store().clear();
-        Hotkeys::resetStateForTesting({hotKeys, layout});
+        relaunch();
         changes = support::NotificationCenter::defaultCenter().addObserver(
             QString::fromLatin1(Hotkeys::shortcutByNameDidChange),
             [this](const support::Notification& notification) {
@@ -39,10 +42,17 @@ protected:
     // Restarts the subsystem over the same store and desktop, as a new launch would.
     void relaunch() { Hotkeys::resetStateForTesting({hotKeys, layout}); }
 
-    std::shared_ptr<platform::sim::SimHotKeys> hotKeys =
-        std::make_shared<platform::sim::SimHotKeys>();
-    std::shared_ptr<platform::sim::SimKeyboardLayout> layout =
-        std::make_shared<platform::sim::SimKeyboardLayout>();
+    template <class Port> static std::shared_ptr<Port> make() {
+        if constexpr (requires { Port::create(); })
+            return Port::create();
+        else
+            return std::make_shared<Port>();
+    }
+
+    std::shared_ptr<HotKeys> hotKeys = make<HotKeys>();
+    std::shared_ptr<Layout> layout = make<Layout>();
     QList<Hotkeys::Name> changed;
     support::Observation changes;
 };
+
+using HotkeysTest = HotkeysOver<>;

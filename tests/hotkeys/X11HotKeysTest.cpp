@@ -6,18 +6,17 @@
 #include "hotkeys/HotKeyRegistry.h"
 #include "hotkeys/Localization.h"
 #include "hotkeys/RecorderField.h"
-#include "hotkeys/Testing.h"
 #include "platform/VirtualKeys.h"
 #include "platform/sim/SimDesktop.h"
 #include "platform/x11/X11KeyboardLayout.h"
 #include "support/Log.h"
 #include "tests/common/TestUtil.h"
 #include "tests/hotkeys/AlertAnswerer.h"
+#include "tests/hotkeys/HotkeysFixture.h"
 #include "tests/x11/DesktopApps.h"
 
 #include <QKeyEvent>
 #include <QMenu>
-#include <QSettings>
 #include <QWidget>
 #include <QWindow>
 #include <gtest/gtest.h>
@@ -57,22 +56,11 @@ Connection otherClientGrabbing(const Key& key, std::uint16_t modifiers) {
 
 const Shortcut commandShiftJ(Key::j, eventflags::command | eventflags::shift);
 
-class X11Hotkeys : public ::testing::Test {
+class X11Hotkeys : public HotkeysOver<platform::x11::X11HotKeys, platform::x11::X11KeyboardLayout> {
 protected:
-    void SetUp() override {
-        settings.clear();
-        hotKeys = platform::x11::X11HotKeys::create();
-        ASSERT_TRUE(hotKeys) << "not on the xcb platform";
-        layout = platform::x11::X11KeyboardLayout::create();
-        ASSERT_TRUE(layout);
-        resetStateForTesting({hotKeys, layout});
-    }
-
     void TearDown() override {
         manager.reset();
-        resetStateForTesting({});
-        hotKeys.reset();
-        settings.clear();
+        HotkeysOver::TearDown();
     }
 
     // The trigger binding, counting what happens in order.
@@ -100,9 +88,6 @@ protected:
 
     const QStringList fired{QStringLiteral("down"), QStringLiteral("callback")};
 
-    QSettings settings{QStringLiteral("Mendwise"), QStringLiteral("Mendwise")};
-    std::shared_ptr<platform::x11::X11HotKeys> hotKeys;
-    std::shared_ptr<platform::x11::X11KeyboardLayout> layout;
     std::unique_ptr<HotkeyManager> manager;
     QStringList happened;
 };
@@ -113,8 +98,6 @@ protected:
 // lock keys are on.
 TEST_F(X11Hotkeys, HoldingTheCombinationOrALockKeyFiresOnce) {
     bind();
-    EXPECT_GT(hotKeys->grabCount(), 0);
-    EXPECT_TRUE(hotKeys->detectableAutoRepeat());
     x11test::xdotool({QStringLiteral("keydown"), QStringLiteral("ctrl+shift+j")});
     testutil::processEventsFor(1200ms); // Xvfb starts repeating after about 660 ms
     EXPECT_EQ(happened, QStringList{QStringLiteral("down")});

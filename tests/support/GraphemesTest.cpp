@@ -15,7 +15,7 @@ const QString eAcuteCombining = QStringLiteral("e\u0301");
 const QString thumbsUpDark = QStringLiteral("\U0001F44D\U0001F3FF");
 } // namespace
 
-TEST(Graphemes, CountsUserPerceivedCharacters) {
+TEST(Graphemes, CountsAndPrefixesGoByUserPerceivedCharacters) {
     EXPECT_EQ(graphemeCount(QString()), 0);
     EXPECT_EQ(graphemeCount(QStringLiteral("abc")), 3);
     EXPECT_EQ(graphemeCount(family), 1);
@@ -28,9 +28,8 @@ TEST(Graphemes, CountsUserPerceivedCharacters) {
     const QString broken = QString(QChar(0xD800)) + QStringLiteral("a");
     EXPECT_EQ(graphemeCount(broken), 2);
     EXPECT_EQ(graphemePrefix(broken, 1).size(), 1);
-}
 
-TEST(Graphemes, PrefixNeverSplitsACluster) {
+    // A prefix never splits a cluster.
     const QString text = family + flagFrance + eAcuteCombining + QStringLiteral("z");
     EXPECT_EQ(graphemePrefix(text, 1), family);
     EXPECT_EQ(graphemePrefix(text, 2), QString(family + flagFrance));
