@@ -3,6 +3,7 @@
 #include "platform/freedesktop/AtspiAccessibility.h"
 #include "tests/common/ChildProcess.h"
 #include "tests/common/TestUtil.h"
+#include "tests/x11/DesktopApps.h"
 
 #include <gtest/gtest.h>
 
@@ -33,14 +34,8 @@ TEST(WaylandAccessibilityTest, QtEditorSelectionIsReadNatively) {
     // It says "ready" once sway has given its window the keyboard.
     ASSERT_TRUE(
         editor.waitForOutput([](const QByteArray& out) { return out.contains("ready\n"); }, 15s));
-    // The text under `attribute` of the editor's focused object.
-    const auto focusedText = [&](const char* attribute) -> std::optional<QString> {
-        const auto focused = accessibility.copyAttributeValue(
-            accessibility.createApplication(editor.pid()), axattr::focusedUIElement);
-        const auto value = accessibility.copyAttributeValue(focused.value, attribute);
-        if (focused.error != ax::success || value.error != ax::success)
-            return std::nullopt;
-        return axString(value.value);
+    const auto focusedText = [&](const char* attribute) {
+        return x11test::focusedText(accessibility, editor.pid(), attribute);
     };
     std::optional<QString> seen;
     ASSERT_TRUE(testutil::waitUntil([&] { return (seen = focusedText("AXValue")) == text; }, 10s))

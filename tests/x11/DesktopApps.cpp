@@ -6,7 +6,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QStandardPaths>
+#include <QProcess>
 #include <csignal>
 #include <gtest/gtest.h>
 
@@ -98,26 +98,13 @@ std::optional<QString> focusedText(platform::AccessibilityPort& accessibility, q
     return platform::axString(accessibility.copyAttributeValue(focused, attribute).value);
 }
 
-App::App(const QString& program, const QStringList& arguments) {
-    process_.setProcessChannelMode(QProcess::SeparateChannels);
-    process_.setStandardErrorFile(QProcess::nullDevice());
-    process_.start(program, arguments);
-    process_.waitForStarted(10000);
-}
-
-App::~App() {
-    stop();
-}
-
 void App::stop() {
-    if (process_.state() == QProcess::NotRunning)
+    if (stopped_ || !started())
         return;
-    ::kill(static_cast<pid_t>(process_.processId()), SIGCONT); // in case a test stopped it
-    process_.terminate();
-    if (!process_.waitForFinished(3000)) {
-        process_.kill();
-        process_.waitForFinished(3000);
-    }
+    stopped_ = true;
+    ::kill(pid(), SIGCONT); // in case a test stopped it
+    ::kill(pid(), SIGTERM);
+    finish({}, 3s);
 }
 
 bool App::waitUntilActive(std::chrono::milliseconds timeout) {
@@ -125,13 +112,16 @@ bool App::waitUntilActive(std::chrono::milliseconds timeout) {
 }
 
 QStringList App::outputLines() {
-    buffer_ += QString::fromUtf8(process_.readAllStandardOutput());
-    qsizetype newline = 0;
-    while ((newline = buffer_.indexOf(u'\n')) >= 0) {
-        lines_ << buffer_.left(newline);
-        buffer_.remove(0, newline + 1);
-    }
-    return lines_;
+    QByteArray out;
+    waitForOutput(
+        [&out](const QByteArray& now) {
+            out = now;
+            return true;
+        },
+        0s);
+    QStringList lines = QString::fromUtf8(out).split(u'\n');
+    lines.removeLast(); // what follows the last line end
+    return lines;
 }
 
 bool App::waitForLine(const QString& line, std::chrono::milliseconds timeout) {

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "platform/Accessibility.h"
+#include "tests/common/ChildProcess.h"
 #include "tests/common/TestUtil.h"
 
-#include <QProcess>
 #include <QString>
 #include <QStringList>
 #include <chrono>
@@ -11,8 +11,7 @@
 #include <memory>
 #include <optional>
 
-// Real X clients for the X11 tests, each torn down (terminated, then killed) when its object
-// goes, and small helpers around the X tools of the test desktop.
+// Real X clients for the X11 tests, and small helpers around the X tools of the test desktop.
 namespace x11test {
 
 using namespace std::chrono_literals;
@@ -56,27 +55,22 @@ template <typename Work> auto offMainThread(Work work) {
     return result.get();
 }
 
-class App {
+// An application under test, ended (terminated, then killed) when its object goes.
+class App : public testutil::ChildProcess {
 public:
-    App(const QString& program, const QStringList& arguments);
-    ~App();
-    App(const App&) = delete;
-    App& operator=(const App&) = delete;
+    using ChildProcess::ChildProcess;
+    ~App() { stop(); }
 
-    [[nodiscard]] qint64 pid() const { return process_.processId(); }
-    [[nodiscard]] bool isRunning() const { return process_.state() != QProcess::NotRunning; }
     // Waits until the app's window is the active one.
     bool waitUntilActive(std::chrono::milliseconds timeout = 10s);
-    // Lines the app wrote to standard output so far (the event loop must run to collect them).
+    // The whole lines the app wrote to standard output so far.
     QStringList outputLines();
     bool waitForLine(const QString& line, std::chrono::milliseconds timeout = 5s);
     // Ends the process now (the tests of hung and vanished applications use it).
     void stop();
 
 private:
-    QProcess process_;
-    QString buffer_;
-    QStringList lines_;
+    bool stopped_ = false;
 };
 
 // mousepad (GTK 3) with a file holding `text`; waits until its window is active.

@@ -1,7 +1,9 @@
-// The frontmost application and the desktop's opener.
+// The frontmost application, the desktop's opener, the screens and the mouse.
+#include "platform/freedesktop/QtScreens.h"
 #include "platform/x11/X11Workspace.h"
 #include "tests/common/TestUtil.h"
 #include "tests/x11/DesktopApps.h"
+#include "tests/x11/GeometryPrinters.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -10,20 +12,23 @@
 #include <gtest/gtest.h>
 
 using namespace std::chrono_literals;
-using platform::x11::X11Workspace;
+using namespace platform;
+using x11::X11Workspace;
 
-TEST(Workspace, FrontmostApplicationsComeWithPidClassAndName) {
+// The class names the application, unless a desktop entry matches it (mousepad and xterm come
+// with theirs; a user's entry, read when the workspace is made, counts too).
+TEST(Workspace, FrontmostApplicationsComeWithPidClassAndNameOrNoneAtAll) {
+    const QString report = QDir::home().filePath(QStringLiteral("workspace-sentinel.txt"));
     const std::pair<std::function<std::unique_ptr<x11test::App>()>, QString> cases[] = {
         {[] { return x11test::startMousepad(QStringLiteral("text")); }, QStringLiteral("Mousepad")},
-        {[] {
-             return x11test::startTerminal(
-                 QStringLiteral("xterm -e"),
-                 QDir::home().filePath(QStringLiteral("workspace-sentinel.txt")));
-         },
+        {[&] { return x11test::startTerminal(QStringLiteral("xterm -e"), report); },
          QStringLiteral("XTerm")},
+        {[] { return x11test::startQtTextApp(QStringLiteral("text"), 0, 0); },
+         QStringLiteral("mendwise_qt_text_app")},
     };
+    std::unique_ptr<x11test::App> started;
     for (const auto& [start, name] : cases) {
-        const auto started = start();
+        started = start();
         ASSERT_NE(started, nullptr) << name.toStdString();
         const auto app = X11Workspace().frontmostApplication();
         ASSERT_TRUE(app);
@@ -31,34 +36,17 @@ TEST(Workspace, FrontmostApplicationsComeWithPidClassAndName) {
         EXPECT_EQ(app->bundleIdentifier, name);
         EXPECT_EQ(app->localizedName, name);
     }
-}
-
-TEST(Workspace, TheNameComesFromTheDesktopEntryElseTheClass) {
-    auto editor = x11test::startQtTextApp(QStringLiteral("text"), 0, 0);
-    ASSERT_NE(editor, nullptr);
-    const auto plain = X11Workspace().frontmostApplication();
-    ASSERT_TRUE(plain);
-    EXPECT_EQ(plain->processIdentifier, editor->pid());
-    ASSERT_TRUE(plain->bundleIdentifier);
-    // Without a desktop entry the class stands in for the name.
-    EXPECT_EQ(plain->localizedName, plain->bundleIdentifier);
-
-    // An entry installed for the user names it (read when the workspace is made).
-    ASSERT_TRUE(x11test::writeFile(
-        qEnvironmentVariable("XDG_DATA_HOME") +
-            QStringLiteral("/applications/mendwise-editor.desktop"),
-        QStringLiteral("[Desktop Entry]\nType=Application\nName=Plain Editor\nExec=true\n"
-                       "StartupWMClass=%1\n")
-            .arg(*plain->bundleIdentifier)
-            .toUtf8()));
+    ASSERT_TRUE(
+        x11test::writeFile(qEnvironmentVariable("XDG_DATA_HOME") +
+                               QStringLiteral("/applications/mendwise-editor.desktop"),
+                           "[Desktop Entry]\nType=Application\nName=Plain Editor\nExec=true\n"
+                           "StartupWMClass=mendwise_qt_text_app\n"));
     const auto named = X11Workspace().frontmostApplication();
     ASSERT_TRUE(named);
     EXPECT_EQ(named->localizedName, QStringLiteral("Plain Editor"));
-    EXPECT_EQ(named->bundleIdentifier, plain->bundleIdentifier);
-}
 
-TEST(Workspace, NoActiveWindowMeansNoFrontmostApplication) {
     // This test program shows no window of its own; with every app gone nothing is active.
+    started.reset();
     ASSERT_TRUE(testutil::waitUntil([] { return x11test::activeWindowPid() == -1; }, 5s));
     EXPECT_EQ(X11Workspace().frontmostApplication(), std::nullopt);
 }
@@ -92,4 +80,33 @@ TEST(Workspace, UrlsAndFoldersGoToTheOpenerWithoutWaitingForIt) {
     const QStringList opened = x11test::readFile(log).split(u'\n', Qt::SkipEmptyParts);
     EXPECT_TRUE(opened.contains(QStringLiteral("https://console.anthropic.com/settings/keys")));
     EXPECT_TRUE(opened.contains(QUrl::fromLocalFile(dir.path()).toString()));
+}
+
+// Screens and the mouse, in global bottom-left coordinates, on the 1440x900 test screen.
+TEST(Screens, TheTestScreenInGlobalCoordinates) {
+    freedesktop::QtScreens screens;
+    const auto all = screens.screens();
+    ASSERT_EQ(all.size(), 1U);
+    EXPECT_EQ(all[0].frame, (Rect{0, 0, 1440, 900}));
+    const Rect visible = all[0].visibleFrame;
+    EXPECT_GE(visible.minX(), 0);
+    EXPECT_GE(visible.minY(), 0);
+    EXPECT_LE(visible.maxX(), 1440);
+    EXPECT_LE(visible.maxY(), 900);
+    EXPECT_GT(visible.width * visible.height, 0);
+    EXPECT_EQ(screens.mainScreen(), all[0]);
+}
+
+TEST(Screens, TheMouseIsMeasuredFromTheBottom) {
+    freedesktop::QtScreens screens;
+    x11test::xdotool(QStringLiteral("mousemove 100 200"));
+    EXPECT_TRUE(testutil::waitUntil([&] {
+        return screens.mouseLocation() == Point{100, 700};
+    })) << screens.mouseLocation().x
+        << "," << screens.mouseLocation().y;
+
+    // From another thread the answer is fetched from the GUI thread.
+    x11test::xdotool(QStringLiteral("mousemove 1439 0"));
+    EXPECT_EQ(x11test::offMainThread([&] { return screens.mouseLocation(); }), (Point{1439, 900}));
+    EXPECT_EQ(x11test::offMainThread([&] { return screens.screens(); }), screens.screens());
 }

@@ -43,8 +43,8 @@ protected:
     }
 };
 
-QString encoded(const QString& text) {
-    return QString::fromLatin1(QUrl::toPercentEncoding(text));
+void reportText(const QString& text) {
+    report(QStringLiteral("text:") + QString::fromLatin1(QUrl::toPercentEncoding(text)));
 }
 
 } // namespace
@@ -67,9 +67,7 @@ int main(int argc, char** argv) {
     if (arguments.contains(QStringLiteral("--line"))) {
         auto* field = new QLineEdit(text);
         field->setSelection(start, length);
-        QObject::connect(field, &QLineEdit::textChanged, [](const QString& now) {
-            report(QStringLiteral("text:") + encoded(now));
-        });
+        QObject::connect(field, &QLineEdit::textChanged, reportText);
         editor = field;
     } else {
         auto* area = new QPlainTextEdit;
@@ -78,9 +76,8 @@ int main(int argc, char** argv) {
         cursor.setPosition(start);
         cursor.setPosition(start + length, QTextCursor::KeepAnchor);
         area->setTextCursor(cursor);
-        QObject::connect(area, &QPlainTextEdit::textChanged, [area] {
-            report(QStringLiteral("text:") + encoded(area->toPlainText()));
-        });
+        QObject::connect(area, &QPlainTextEdit::textChanged,
+                         [area] { reportText(area->toPlainText()); });
         editor = area;
     }
     layout->addWidget(editor);
