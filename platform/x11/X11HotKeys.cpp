@@ -78,7 +78,6 @@ struct X11HotKeys::Impl final : QAbstractNativeEventFilter {
     xcb_connection_t* connection = nullptr;
     xcb_window_t root = XCB_WINDOW_NONE;
     std::uint8_t xkbFirstEvent = 0;
-    bool detectableAutoRepeat = false;
 
     std::uint16_t altMask = XCB_MOD_MASK_1;
     std::uint16_t superMask = XCB_MOD_MASK_4;
@@ -108,6 +107,7 @@ struct X11HotKeys::Impl final : QAbstractNativeEventFilter {
                 connection, xcb_xkb_use_extension(connection, 1, 0), nullptr);
             const bool supported = use && use->supported;
             std::free(use); // NOLINT(cppcoreguidelines-no-malloc)
+            // A held key then repeats its press without a release between, so it fires once.
             if (supported) {
                 constexpr std::uint32_t flag = XCB_XKB_PER_CLIENT_FLAG_DETECTABLE_AUTO_REPEAT;
                 auto* flags = xcb_xkb_per_client_flags_reply(
@@ -115,7 +115,6 @@ struct X11HotKeys::Impl final : QAbstractNativeEventFilter {
                     xcb_xkb_per_client_flags(connection, XCB_XKB_ID_USE_CORE_KBD, flag, flag, 0, 0,
                                              0),
                     nullptr);
-                detectableAutoRepeat = flags && (flags->supported & flag) && (flags->value & flag);
                 std::free(flags); // NOLINT(cppcoreguidelines-no-malloc)
             }
         }
@@ -551,10 +550,6 @@ OSStatus X11HotKeys::copySymbolicHotKeys(std::vector<SymbolicHotKey>& out) {
     }
     d->sync();
     return osstatus::noErr;
-}
-
-bool X11HotKeys::detectableAutoRepeat() const {
-    return d->detectableAutoRepeat;
 }
 
 int X11HotKeys::grabCount() const {

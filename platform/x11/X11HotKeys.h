@@ -41,8 +41,6 @@ public:
     OSStatus copySymbolicHotKeys(std::vector<SymbolicHotKey>& out) override;
     void setStatusHandler(const StatusHandler& handler) override;
 
-    // Whether detectable auto-repeat could be switched on.
-    [[nodiscard]] bool detectableAutoRepeat() const;
     // How many passive grabs are held (a hot key holds one per lock combination).
     [[nodiscard]] int grabCount() const;
 
