@@ -3,7 +3,6 @@
 #include <QCoreApplication>
 #include <QThread>
 #include <QTimer>
-
 #include <deque>
 #include <mutex>
 

@@ -629,4 +629,3 @@ QString PortalGlobalShortcuts::bindingError() const {
 }
 
 } // namespace platform::wayland
-
