@@ -55,6 +55,14 @@ MainQueue* mainQueue() {
     return queue;
 }
 
+// Made on the main thread as the application starts rather than by whichever thread first hands
+// over work: a QObject made on a worker and then used by the main thread is passed over through
+// Qt's event queue, which ThreadSanitizer cannot see.
+void makeMainQueue() {
+    mainQueue();
+}
+Q_COREAPP_STARTUP_FUNCTION(makeMainQueue)
+
 } // namespace
 
 bool isMainThread() {
