@@ -46,12 +46,7 @@ private:
 };
 
 MainQueue* mainQueue() {
-    static MainQueue* queue = [] {
-        auto* created = new MainQueue; // lives as long as the process
-        if (auto* app = QCoreApplication::instance())
-            created->moveToThread(app->thread());
-        return created;
-    }();
+    static auto* const queue = new MainQueue; // lives as long as the process
     return queue;
 }
 
