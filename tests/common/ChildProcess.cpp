@@ -70,10 +70,14 @@ ChildProcess::~ChildProcess() {
         closeFd(*fd);
 }
 
+QByteArray ChildProcess::output() const {
+    return contents(out_);
+}
+
 bool ChildProcess::waitForOutput(const std::function<bool(const QByteArray&)>& condition,
                                  std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition(result_.out = contents(out_))) {
+    while (!condition(result_.out = output())) {
         if (std::chrono::steady_clock::now() >= deadline)
             return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));

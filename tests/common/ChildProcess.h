@@ -33,6 +33,8 @@ public:
     [[nodiscard]] bool started() const { return pid_ > 0; }
     [[nodiscard]] pid_t pid() const { return pid_; }
 
+    // The standard output so far.
+    [[nodiscard]] QByteArray output() const;
     // Waits until `condition` holds for the standard output so far, or the time is up.
     bool waitForOutput(const std::function<bool(const QByteArray&)>& condition,
                        std::chrono::milliseconds timeout = std::chrono::seconds(10));

@@ -112,14 +112,7 @@ bool App::waitUntilActive(std::chrono::milliseconds timeout) {
 }
 
 QStringList App::outputLines() {
-    QByteArray out;
-    waitForOutput(
-        [&out](const QByteArray& now) {
-            out = now;
-            return true;
-        },
-        0s);
-    QStringList lines = QString::fromUtf8(out).split(u'\n');
+    QStringList lines = QString::fromUtf8(output()).split(u'\n');
     lines.removeLast(); // what follows the last line end
     return lines;
 }
